@@ -1,0 +1,25 @@
+# lumenar_program(NAME LIBRARY PLATFORM)
+#
+# The program itself, from LIBRARY, over PLATFORM (the product's or the tests' build of the platform layer).
+function(lumenar_program NAME LIBRARY PLATFORM)
+  add_executable(${NAME})
+  set_target_properties(${NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")
+  target_link_libraries(${NAME} PRIVATE lumenar_options ${LIBRARY} ${PLATFORM} platform_entry)
+  if(WIN32)
+    target_sources(${NAME} PRIVATE "${PROJECT_SOURCE_DIR}/launcher/resources/helper.rc")
+    target_link_options(${NAME} PRIVATE -mwindows -municode)
+    lumenar_split_debug(${NAME})
+  elseif(NOT LUMENAR_SANITIZER)
+    # A launcher lives for a millisecond: the dynamic linker would take longer than all of its own work.
+    target_link_options(${NAME} PRIVATE -static)
+  endif()
+endfunction()
+
+# Moves the debug information of a Windows executable into NAME.debug beside it; the executable keeps a link to it.
+function(lumenar_split_debug NAME)
+  add_custom_command(TARGET ${NAME} POST_BUILD
+    COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${NAME}> $<TARGET_FILE:${NAME}>.debug
+    COMMAND ${CMAKE_OBJCOPY} --strip-all $<TARGET_FILE:${NAME}>
+    COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=$<TARGET_FILE:${NAME}>.debug $<TARGET_FILE:${NAME}>
+    VERBATIM)
+endfunction()

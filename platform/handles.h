@@ -1,0 +1,113 @@
+// Kernel objects: events, mutexes, threads and processes, and waiting for them.
+//
+// Threading: every call may be made from any thread. A call that fails leaves its reason in GetLastError().
+// Ownership: whoever made a handle closes it with CloseHandle, once; raii.h does so by itself. An object lives until
+// the last handle to it is closed; closing the handle of a running thread or process does not end it.
+#pragma once
+
+#include "platform/types.h"
+
+namespace platform {
+
+using EventHandle = HandleOf<struct EventKind>;
+using MutexHandle = HandleOf<struct MutexKind>;
+using ThreadHandle = HandleOf<struct ThreadKind>;
+using ProcessHandle = HandleOf<struct ProcessKind>;
+using NativeKeyHandle = HandleOf<struct NativeKeyKind>;  // A registry key opened by a native call (registry.h).
+
+// A handle of any kind that CloseHandle takes.
+class KernelHandle {
+ public:
+  constexpr KernelHandle(EventHandle handle) noexcept : value_(handle.value()) {}
+  constexpr KernelHandle(MutexHandle handle) noexcept : value_(handle.value()) {}
+  constexpr KernelHandle(ThreadHandle handle) noexcept : value_(handle.value()) {}
+  constexpr KernelHandle(ProcessHandle handle) noexcept : value_(handle.value()) {}
+  constexpr KernelHandle(NativeKeyHandle handle) noexcept : value_(handle.value()) {}
+  [[nodiscard]] constexpr std::uintptr_t value() const noexcept { return value_; }
+
+ private:
+  std::uintptr_t value_;
+};
+
+// A handle of a kind that can be waited for. The program waits for no mutex, so none is accepted.
+class WaitableHandle {
+ public:
+  constexpr WaitableHandle() noexcept = default;
+  constexpr WaitableHandle(EventHandle handle) noexcept : value_(handle.value()) {}
+  constexpr WaitableHandle(ThreadHandle handle) noexcept : value_(handle.value()) {}
+  constexpr WaitableHandle(ProcessHandle handle) noexcept : value_(handle.value()) {}
+  [[nodiscard]] constexpr std::uintptr_t value() const noexcept { return value_; }
+
+ private:
+  std::uintptr_t value_ = 0;
+};
+
+inline constexpr DWORD WAIT_OBJECT_0 = 0;
+inline constexpr DWORD WAIT_TIMEOUT = 258;
+inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
+inline constexpr DWORD NORMAL_PRIORITY_CLASS = 0x20;
+inline constexpr DWORD STACK_SIZE_PARAM_IS_A_RESERVATION = 0x10000;
+
+// False with ERROR_INVALID_HANDLE when the value is no open handle.
+bool CloseHandle(KernelHandle handle) noexcept;
+
+// An unnamed event. An auto-reset event (`manualReset` false) is consumed by exactly one successful wait.
+// Null on failure.
+[[nodiscard]] EventHandle CreateEventW(std::nullptr_t security, bool manualReset, bool initialState,
+                                       std::nullptr_t name) noexcept;
+bool SetEvent(EventHandle event) noexcept;
+bool ResetEvent(EventHandle event) noexcept;
+
+// Opens or creates the machine's mutex of that name; GetLastError() is then ERROR_ALREADY_EXISTS or 0. The name exists
+// as long as some process holds a handle to it, however that process ends. `initialOwner` makes the calling thread the
+// owner of a mutex that this call created, and does nothing to one that existed. Null on failure.
+[[nodiscard]] MutexHandle CreateMutexW(std::nullptr_t security, bool initialOwner, const char16_t* name) noexcept;
+// False with ERROR_NOT_OWNER when the calling thread does not own the mutex.
+bool ReleaseMutex(MutexHandle mutex) noexcept;
+
+using ThreadStart = DWORD (*)(void* parameter);
+
+// Starts a thread. `stackSize` 0 means the default; with STACK_SIZE_PARAM_IS_A_RESERVATION in `flags` it is address
+// space that the thread may use up, not memory that it takes at once. No other flag is supported. Null on failure.
+[[nodiscard]] ThreadHandle CreateThread(std::nullptr_t security, std::size_t stackSize, ThreadStart start,
+                                        void* parameter, DWORD flags, std::nullptr_t threadId) noexcept;
+
+// WAIT_OBJECT_0, WAIT_TIMEOUT or WAIT_FAILED. A thread and a process are signalled once they have ended.
+DWORD WaitForSingleObject(WaitableHandle handle, DWORD milliseconds) noexcept;
+// WAIT_OBJECT_0 plus the lowest index that is signalled, WAIT_TIMEOUT or WAIT_FAILED. `count` is 1 to 64.
+DWORD WaitForMultipleObjects(DWORD count, const WaitableHandle* handles, OnlyFalse waitAll,
+                             DWORD milliseconds) noexcept;
+
+struct STARTUPINFOW {
+  DWORD cb;
+  char16_t* lpReserved;
+  char16_t* lpDesktop;
+  char16_t* lpTitle;
+  DWORD dwX, dwY, dwXSize, dwYSize, dwXCountChars, dwYCountChars, dwFillAttribute, dwFlags;
+  WORD wShowWindow, cbReserved2;
+  BYTE* lpReserved2;
+  std::uintptr_t hStdInput, hStdOutput, hStdError;
+};
+static_assert(sizeof(STARTUPINFOW) == 104);
+
+struct PROCESS_INFORMATION {
+  ProcessHandle hProcess;
+  ThreadHandle hThread;
+  DWORD dwProcessId;
+  DWORD dwThreadId;
+};
+
+// Starts the program that the command line names: its first argument, by the system's quoting rules, a path with or
+// without its ".exe". No handle is inherited. `commandLine` is writable, as the system may write to it. On success the
+// caller owns both handles of `information`; on failure nothing is written to it.
+bool CreateProcessW(std::nullptr_t application, char16_t* commandLine, std::nullptr_t processSecurity,
+                    std::nullptr_t threadSecurity, OnlyFalse inheritHandles, DWORD flags, std::nullptr_t environment,
+                    std::nullptr_t directory, const STARTUPINFOW* startup, PROCESS_INFORMATION* information) noexcept;
+
+// Waits until the process waits for input with none pending. 0 then; WAIT_TIMEOUT; WAIT_FAILED for a process that has
+// no message queue or has ended.
+DWORD WaitForInputIdle(ProcessHandle process, DWORD milliseconds) noexcept;
+
+[[nodiscard]] DWORD GetCurrentProcessId() noexcept;
+
+}  // namespace platform

@@ -1,0 +1,21 @@
+#include "platform/entry.h"
+
+#include <windows.h>
+
+#include <exception>
+
+namespace {
+
+// Ends at once: the runtime's own abort would show a message box in a program of the GUI subsystem.
+[[noreturn]] void EndAbnormally() {
+  TerminateProcess(GetCurrentProcess(), 3);
+  __builtin_unreachable();
+}
+
+}  // namespace
+
+int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
+  SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
+  std::set_terminate(EndAbnormally);
+  return platform::ProgramMain();
+}
