@@ -1,0 +1,7 @@
+#include "tests/support/watch.h"
+
+namespace support {
+
+void WatchTests() {}
+
+}  // namespace support
