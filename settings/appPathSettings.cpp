@@ -1,0 +1,69 @@
+#include "launcher/debugLog.h"
+#include "platform/raii.h"
+#include "settings/redirectionSettings.h"
+#include "settings/registryAccess.h"
+#include "settings/registryPaths.h"
+
+namespace settings {
+namespace {
+
+using debugLog::TraceViaHelper;
+using platform::DWORD;
+using platform::UniqueNativeKey;
+
+constexpr const char* kOperation = "CheckAppPathSettings";
+
+// The legacy root counts only where the current one exists and holds no `Enabled` value.
+bool IsEnabledByLegacyRoot() {
+  UniqueNativeKey key;
+  bool fromCurrentUser = false;
+  if (OpenLegacyRootKey(key.put(), &fromCurrentUser) != platform::STATUS_SUCCESS) {
+    TraceViaHelper(u"%S: Failed to open legacy Url Redirection root key.\n", kOperation);
+    return false;
+  }
+  if (QueryEnabledState(fromCurrentUser, key.get(), LegacyRootPath) != EnabledState::Enabled) return false;
+  TraceViaHelper(u"%S: Legacy Url Redirection is enabled.\n", kOperation);
+  return true;
+}
+
+bool IsEnabledForAppPaths() {
+  UniqueNativeKey key;
+  bool fromCurrentUser = false;
+  if (OpenRootKey(key.put(), &fromCurrentUser) != platform::STATUS_SUCCESS) {
+    TraceViaHelper(u"%S: Failed to open Url Redirection root key.\n", kOperation);
+    return false;
+  }
+  switch (QueryEnabledState(fromCurrentUser, key.get(), RootPath)) {
+    case EnabledState::Unreadable: key.reset(); return IsEnabledByLegacyRoot();
+    case EnabledState::Disabled: return false;
+    case EnabledState::Enabled: break;
+  }
+  key.reset();  // No key is held while the helper may be asked to write.
+  TraceViaHelper(u"%S: Url Redirection is enabled.\n", kOperation);
+  return true;
+}
+
+}  // namespace
+
+bool CheckAppPathSettings(std::u16string& allowlist, std::u16string& brokerHostname, std::u16string& remoteItem,
+                          UrlOrigin& origin) {
+  origin = GetUrlRedirectionOrigin();
+  if (origin == UrlOrigin::Unknown) {
+    TraceViaHelper(u"%S: Url Redirection origin is unknown.\n", kOperation);
+    return false;
+  }
+  if (!IsEnabledForAppPaths()) return false;
+
+  UniqueNativeKey policy;
+  if (OpenKeyAbsolute(AppPathPolicyPath, kReadAccess, policy.put()) != platform::STATUS_SUCCESS &&
+      OpenKeyAbsolute(LegacyAppPathPolicyPath, kReadAccess, policy.put()) != platform::STATUS_SUCCESS) {
+    TraceViaHelper(u"Failed to get app path settings.\n");
+    return false;
+  }
+  ReadStringValue(policy.get(), u"allowlist", platform::REG_MULTI_SZ, &allowlist);
+  ReadStringValue(policy.get(), u"brokerHostname", platform::REG_SZ, &brokerHostname);
+  ReadStringValue(policy.get(), u"remoteItem", platform::REG_SZ, &remoteItem);
+  return true;
+}
+
+}  // namespace settings
