@@ -1,0 +1,155 @@
+#include "platform/linux/machine.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <vector>
+
+#include "platform/error.h"
+
+namespace platform::machine {
+namespace {
+
+constexpr std::string_view kDrive = "/drive_c";
+
+DWORD SystemErrorOf(int hostError) {
+  switch (hostError) {
+    case ENOENT:
+    case ENOTDIR: return ERROR_PATH_NOT_FOUND;
+    case ENOMEM: return ERROR_NOT_ENOUGH_MEMORY;
+    case ENAMETOOLONG: return ERROR_FILENAME_EXCED_RANGE;
+    case EACCES:
+    case EPERM:
+    case EROFS: return ERROR_ACCESS_DENIED;
+    default: return ERROR_GEN_FAILURE;
+  }
+}
+
+bool MakeFolder(const std::string& path) { return mkdir(path.c_str(), 0700) == 0 || errno == EEXIST; }
+
+// Makes the folder, and those above it that are missing.
+bool MakeFolders(const std::string& path) {
+  if (MakeFolder(path)) return true;
+  if (errno != ENOENT) return false;
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos || slash == 0) return false;
+  return MakeFolders(path.substr(0, slash)) && MakeFolder(path);
+}
+
+// A variable that names an absolute folder, without slashes at its end. Anything else counts as not set.
+std::string FolderFromEnvironment(const char* variable) {
+  const char* value = std::getenv(variable);
+  std::string folder = value != nullptr && value[0] == '/' ? value : "";
+  while (folder.ends_with('/')) folder.pop_back();
+  return folder;
+}
+
+// Under /tmp anyone could have made the folder first, so it is used only when nobody else can reach into it.
+bool IsPrivate(const std::string& folder) {
+  struct stat status;
+  if (lstat(folder.c_str(), &status) != 0) return false;
+  errno = EACCES;
+  return S_ISDIR(status.st_mode) && status.st_uid == geteuid() && (status.st_mode & 077) == 0;
+}
+
+std::string Failed() {
+  SetLastError(SystemErrorOf(errno));
+  return {};
+}
+
+bool IsSeparator(char16_t unit) { return unit == u'\\' || unit == u'/'; }
+
+bool IsForbidden(char16_t unit) { return unit < 0x20 || std::u16string_view(u"<>:\"|?*").contains(unit); }
+
+std::nullopt_t Refuse(DWORD error) {
+  SetLastError(error);
+  return std::nullopt;
+}
+
+// The names of a path below the drive, without "." and "..", as far as they go; the drive's root has no parent.
+std::vector<std::u16string_view> NamesOf(std::u16string_view path) {
+  std::vector<std::u16string_view> names;
+  while (!path.empty()) {
+    std::size_t end = 0;
+    while (end < path.size() && !IsSeparator(path[end])) ++end;
+    const std::u16string_view name = path.substr(0, end);
+    path.remove_prefix(end == path.size() ? end : end + 1);
+    if (name == u"..") {
+      if (!names.empty()) names.pop_back();
+    } else if (!name.empty() && name != u".") {
+      names.push_back(name);
+    }
+  }
+  return names;
+}
+
+}  // namespace
+
+std::string DataFolder() {
+  std::string folder = FolderFromEnvironment("XDG_DATA_HOME");
+  if (folder.empty()) {
+    folder = FolderFromEnvironment("HOME");
+    if (folder.empty()) {
+      SetLastError(ERROR_PATH_NOT_FOUND);
+      return {};
+    }
+    folder += "/.local/share";
+  }
+  folder += "/lumenar/machine";
+  return MakeFolders(folder) ? folder : Failed();
+}
+
+std::string RuntimeFolder(std::string_view name) {
+  std::string folder = FolderFromEnvironment("XDG_RUNTIME_DIR");
+  folder += folder.empty() ? "/tmp/lumenar-" + std::to_string(geteuid()) : "/lumenar";
+  if (!MakeFolders(folder) || !IsPrivate(folder)) return Failed();
+  folder += '/';
+  folder += name;
+  return MakeFolder(folder) ? folder : Failed();
+}
+
+std::optional<std::string> HostPath(std::u16string_view machinePath) {
+  if (machinePath.size() >= MAX_PATH) return Refuse(ERROR_FILENAME_EXCED_RANGE);
+  if (machinePath.size() < 3 || (machinePath[0] | 0x20) != u'c' || machinePath[1] != u':' ||
+      !IsSeparator(machinePath[2])) {
+    return Refuse(ERROR_PATH_NOT_FOUND);
+  }
+  std::u16string_view below = machinePath.substr(3);
+  // No name ends in dots or spaces: the system drops them at a path's end.
+  while (below.ends_with(u'.') || below.ends_with(u' ')) {
+    if (NamesOf(below).empty() || below.ends_with(u"\\..") || below.ends_with(u"/..") || below == u"..") break;
+    below.remove_suffix(1);
+  }
+  std::string path = DataFolder();
+  if (path.empty()) return std::nullopt;
+  path += kDrive;
+  for (const std::u16string_view name : NamesOf(below)) {
+    for (const char16_t unit : name) {
+      if (IsForbidden(unit)) return Refuse(ERROR_INVALID_NAME);
+    }
+    path += '/';
+    path += ToHost(name);
+  }
+  return path;
+}
+
+std::u16string MachinePath(std::string_view hostPath) {
+  const std::string drive = DataFolder() + std::string(kDrive);
+  std::string_view below;
+  if (hostPath.starts_with(drive + "/")) {
+    below = hostPath.substr(drive.size());
+  } else if (char* const real = realpath(drive.c_str(), nullptr)) {
+    // The host names the files of running programs by the folder's real path.
+    const std::string prefix = std::string(real) + "/";
+    std::free(real);
+    if (hostPath.starts_with(prefix)) below = hostPath.substr(prefix.size() - 1);
+  }
+  if (below.empty() || below.find('\\') != std::string_view::npos) return {};
+  std::u16string path = u"C:" + FromHost(below);
+  for (char16_t& unit : path) unit = unit == u'/' ? u'\\' : unit;
+  return path;
+}
+
+}  // namespace platform::machine
