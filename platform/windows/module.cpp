@@ -1,0 +1,18 @@
+#include "platform/module.h"
+
+#include <windows.h>
+
+namespace platform {
+
+bool GetModuleHandleExW(DWORD flags, const char16_t* name, HMODULE* module) noexcept {
+  ::HMODULE found = nullptr;
+  const bool ok = ::GetModuleHandleExW(flags, reinterpret_cast<const wchar_t*>(name), &found) != FALSE;
+  *module = HMODULE(reinterpret_cast<std::uintptr_t>(found));
+  return ok;
+}
+
+ModuleFunction GetProcAddress(HMODULE module, const char* name) noexcept {
+  return reinterpret_cast<ModuleFunction>(::GetProcAddress(reinterpret_cast<::HMODULE>(module.value()), name));
+}
+
+}  // namespace platform
