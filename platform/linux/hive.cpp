@@ -1,0 +1,147 @@
+#include "platform/linux/hive.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "platform/error.h"
+#include "platform/linux/machine.h"
+
+namespace platform::registry {
+namespace {
+
+LSTATUS SystemErrorOf(int hostError) {
+  switch (hostError) {
+    case EACCES:
+    case EPERM:
+    case EROFS: return ERROR_ACCESS_DENIED;
+    case ENOMEM: return ERROR_NOT_ENOUGH_MEMORY;
+    default: return ERROR_GEN_FAILURE;
+  }
+}
+
+const char* FileNameOf(HiveId id) { return id == HiveId::User ? "/user.reg" : "/machine.reg"; }
+
+bool SameFile(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+         a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+}  // namespace
+
+struct HiveCache {
+  explicit HiveCache(HiveId hive) : id(hive) {}
+
+  [[nodiscard]] LSTATUS Refresh();
+  [[nodiscard]] LSTATUS Load();
+  [[nodiscard]] LSTATUS Store();
+  void Forget() noexcept;
+
+  const HiveId id;
+  std::mutex lock;
+  // The rest is guarded by the lock.
+  std::string path;
+  bool valid = false;
+  // The file that the tree was read from, kept open so that no other file gets its identity. None for a missing file.
+  Descriptor file;
+  struct stat status = {};
+  Key root;
+};
+
+namespace {
+
+// Never destroyed: keys may be used while the process's own statics go.
+HiveCache& CacheOf(HiveId id) {
+  static HiveCache& machineHive = *new HiveCache(HiveId::Machine);
+  static HiveCache& userHive = *new HiveCache(HiveId::User);
+  return id == HiveId::User ? userHive : machineHive;
+}
+
+}  // namespace
+
+void HiveCache::Forget() noexcept {
+  valid = false;
+  file = Descriptor();
+  root.Clear();
+}
+
+// Makes the tree what the file says now.
+LSTATUS HiveCache::Refresh() {
+  std::string current = machine::DataFolder();
+  if (current.empty()) return static_cast<LSTATUS>(GetLastError());
+  current += FileNameOf(id);
+  if (current != path) {
+    Forget();
+    path = std::move(current);
+  }
+  struct stat now = {};
+  const bool exists = stat(path.c_str(), &now) == 0;
+  if (!exists && errno != ENOENT) return SystemErrorOf(errno);
+  if (valid && exists == static_cast<bool>(file) && (!exists || SameFile(now, status))) return ERROR_SUCCESS;
+  Forget();
+  return Load();
+}
+
+LSTATUS HiveCache::Load() {
+  Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!opened && errno != ENOENT) return SystemErrorOf(errno);
+  if (opened) {
+    if (fstat(opened.get(), &status) != 0) return SystemErrorOf(errno);
+    const auto bytes = ReadAll(opened.get(), static_cast<std::size_t>(status.st_size));
+    if (!bytes) return SystemErrorOf(errno);
+    ApplyRegText(*bytes, id, root);
+  }
+  file = std::move(opened);
+  valid = true;
+  return ERROR_SUCCESS;
+}
+
+LSTATUS HiveCache::Store() {
+  const std::string text = WriteRegText(id, root);
+  const std::string temporary = path + ".new";
+  // The lock is held, so that a file of this name is what a killed writer left.
+  Descriptor written(open(temporary.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  if (!written || !WriteAll(written.get(), text) || fstat(written.get(), &status) != 0 ||
+      std::rename(temporary.c_str(), path.c_str()) != 0) {
+    return SystemErrorOf(errno);
+  }
+  file = std::move(written);
+  return ERROR_SUCCESS;
+}
+
+HiveReading::HiveReading(HiveId id) : cache_(CacheOf(id)), lock_(cache_.lock), error_(cache_.Refresh()) {}
+
+const Key& HiveReading::Root() const noexcept { return cache_.root; }
+
+HiveWriting::HiveWriting(HiveId id) : cache_(CacheOf(id)), lock_(cache_.lock) {
+  const std::string folder = machine::DataFolder();
+  if (folder.empty()) {
+    error_ = static_cast<LSTATUS>(GetLastError());
+    return;
+  }
+  const std::string lockPath = folder + FileNameOf(id) + ".lock";
+  // Held by the open file: it goes with the process, however that ends.
+  Descriptor lockFile(open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  int locked = lockFile ? flock(lockFile.get(), LOCK_EX) : -1;
+  while (locked != 0 && errno == EINTR) locked = flock(lockFile.get(), LOCK_EX);
+  error_ = locked == 0 ? cache_.Refresh() : SystemErrorOf(errno);
+  lockFile_ = std::move(lockFile);
+}
+
+HiveWriting::~HiveWriting() {
+  if (!committed_) cache_.Forget();
+}
+
+Key& HiveWriting::Root() noexcept { return cache_.root; }
+
+LSTATUS HiveWriting::Commit() {
+  const LSTATUS status = cache_.Store();
+  committed_ = status == ERROR_SUCCESS;
+  return status;
+}
+
+}  // namespace platform::registry
