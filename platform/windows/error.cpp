@@ -1,0 +1,10 @@
+#include "platform/error.h"
+
+#include <windows.h>
+
+namespace platform {
+
+DWORD GetLastError() noexcept { return ::GetLastError(); }
+void SetLastError(DWORD error) noexcept { ::SetLastError(error); }
+
+}  // namespace platform
