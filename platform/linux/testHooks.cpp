@@ -1,0 +1,116 @@
+#include "platform/linux/testHooks.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+#include "platform/error.h"
+#include "platform/linux/faults.h"
+#include "platform/linux/handleTable.h"
+#include "platform/linux/testClock.h"
+
+namespace platform {
+namespace {
+
+struct Faults {
+  std::atomic<bool> armed{false};
+  std::mutex lock;  // Guards what follows.
+  unsigned failAt = 0;
+  bool persistent = false;
+  DWORD error = ERROR_SUCCESS;
+  std::vector<std::string> calls;
+};
+
+struct TestTime {
+  std::mutex lock;
+  std::optional<SYSTEMTIME> time;
+};
+
+TestTime& TheTestTime() {
+  static TestTime& time = *new TestTime;
+  return time;
+}
+
+void Arm(Faults& faults, unsigned failAt, bool persistent, DWORD error) {
+  const std::lock_guard guard(faults.lock);
+  faults.failAt = failAt;
+  faults.persistent = persistent;
+  faults.error = error;
+  faults.calls.clear();
+  faults.armed = true;
+}
+
+void ArmFromEnvironment(Faults& faults) {
+  const char* setting = std::getenv("LUMENAR_FAIL_AT");
+  if (setting == nullptr) return;
+  char* end = nullptr;
+  const auto failAt = static_cast<unsigned>(std::strtoul(setting, &end, 10));
+  Arm(faults, failAt, *end == '+', ERROR_NOT_ENOUGH_MEMORY);
+}
+
+// Armed by the environment before the first call, whichever static object makes it. Never destroyed: so does the last.
+Faults& TheFaults() {
+  static Faults& faults = [] -> Faults& {
+    auto& made = *new Faults;
+    ArmFromEnvironment(made);
+    return made;
+  }();
+  return faults;
+}
+
+void WriteReport() {
+  const char* path = std::getenv("LUMENAR_FAULT_REPORT");
+  FILE* file = path != nullptr ? std::fopen(path, "we") : nullptr;
+  if (file == nullptr) return;
+  for (const std::string& call : test::CountedCalls()) std::fprintf(file, "%s\n", call.c_str());
+  std::fputs("\n", file);
+  for (const std::string& kind : test::LiveHandles()) std::fprintf(file, "%s\n", kind.c_str());
+  std::fclose(file);
+}
+
+// Registered ahead of nearly every other object of the process, so that the report comes when those have gone.
+[[maybe_unused]] const bool reportsAtExit =
+    std::getenv("LUMENAR_FAULT_REPORT") != nullptr && std::atexit(&WriteReport) == 0;
+
+}  // namespace
+
+bool FaultInjected(const char* call) noexcept {
+  Faults& faults = TheFaults();
+  if (!faults.armed) return false;
+  const std::lock_guard guard(faults.lock);
+  const std::size_t number = faults.calls.size() + 1;
+  const bool fails = faults.failAt != 0 && (number == faults.failAt || (faults.persistent && number > faults.failAt));
+  faults.calls.push_back((fails ? "!" : "") + std::string(call));
+  if (fails) SetLastError(faults.error);
+  return fails;
+}
+
+std::optional<SYSTEMTIME> TimeSetByTest() noexcept {
+  TestTime& time = TheTestTime();
+  const std::lock_guard guard(time.lock);
+  return time.time;
+}
+
+namespace test {
+
+void ArmFaults(unsigned failAt, bool persistent, DWORD error) { Arm(TheFaults(), failAt, persistent, error); }
+
+void DisarmFaults() { TheFaults().armed = false; }
+
+std::vector<std::string> CountedCalls() {
+  Faults& faults = TheFaults();
+  const std::lock_guard guard(faults.lock);
+  return faults.calls;
+}
+
+void SetLocalTime(std::optional<SYSTEMTIME> set) {
+  TestTime& time = TheTestTime();
+  const std::lock_guard guard(time.lock);
+  time.time = set;
+}
+
+std::vector<std::string> LiveHandles() { return handleTable::LiveKinds(); }
+
+}  // namespace test
+}  // namespace platform

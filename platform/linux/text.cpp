@@ -1,0 +1,144 @@
+#include "platform/text.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "platform/error.h"
+#include "platform/linux/faults.h"
+
+namespace platform {
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+// Takes one code point off the front. Malformed bytes give U+FFFD for as many of them as could have begun a sequence.
+char32_t TakeUtf8(std::string_view& text) {
+  const auto byteAt = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+  const unsigned lead = byteAt(0);
+  text.remove_prefix(1);
+  if (lead < 0x80) return lead;
+  if (lead < 0xC2 || lead > 0xF4) return kReplacement;
+  const std::size_t more = lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
+  // The first byte behind the lead rules out overlong forms, surrogates, and what lies above U+10FFFF.
+  unsigned lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+  unsigned highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+  char32_t point = lead & (0x3Fu >> more);
+  for (std::size_t i = 0; i < more; ++i) {
+    if (text.empty() || byteAt(0) < lowest || byteAt(0) > highest) return kReplacement;
+    point = point << 6 | (byteAt(0) & 0x3F);
+    text.remove_prefix(1);
+    lowest = 0x80;
+    highest = 0xBF;
+  }
+  return point;
+}
+
+void PutUtf16(std::u16string& wide, char32_t point) {
+  if (point >= 0x10000) {
+    wide += static_cast<char16_t>(0xD800 + ((point - 0x10000) >> 10));
+    point = 0xDC00 + ((point - 0x10000) & 0x3FF);
+  }
+  wide += static_cast<char16_t>(point);
+}
+
+char32_t TakeUtf16(std::u16string_view& wide) {
+  const char16_t unit = wide.front();
+  wide.remove_prefix(1);
+  if (unit < 0xD800 || unit > 0xDFFF) return unit;
+  if (unit > 0xDBFF || wide.empty() || wide.front() < 0xDC00 || wide.front() > 0xDFFF) return kReplacement;
+  const char32_t point = 0x10000 + ((unit - 0xD800u) << 10) + (wide.front() - 0xDC00u);
+  wide.remove_prefix(1);
+  return point;
+}
+
+void PutUtf8(std::string& text, char32_t point) {
+  const auto put = [&](char32_t byte) { text += static_cast<char>(byte); };
+  if (point < 0x80) return put(point);
+  if (point < 0x800) {
+    put(0xC0 | point >> 6);
+  } else {
+    if (point < 0x10000) {
+      put(0xE0 | point >> 12);
+    } else {
+      put(0xF0 | point >> 18);
+      put(0x80 | (point >> 12 & 0x3F));
+    }
+    put(0x80 | (point >> 6 & 0x3F));
+  }
+  put(0x80 | (point & 0x3F));
+}
+
+int Fail(DWORD error) {
+  SetLastError(error);
+  return 0;
+}
+
+// The input of a conversion: so many units, or, when the length is negative, up to the NUL and with it.
+template <class Char>
+std::basic_string_view<Char> Input(const Char* text, int length) {
+  return length < 0 ? std::basic_string_view<Char>(text, std::char_traits<Char>::length(text) + 1)
+                    : std::basic_string_view<Char>(text, static_cast<std::size_t>(length));
+}
+
+// Copies a result to the caller's buffer as far as it fits; tells its size when there is no buffer.
+template <class Char>
+int Deliver(const std::basic_string<Char>& result, Char* buffer, int size) {
+  if (result.size() > INT_MAX) return Fail(ERROR_INVALID_PARAMETER);
+  if (size != 0) {
+    const auto room = static_cast<std::size_t>(size);
+    std::copy_n(result.data(), std::min(result.size(), room), buffer);
+    if (result.size() > room) return Fail(ERROR_INSUFFICIENT_BUFFER);
+  }
+  return static_cast<int>(result.size());
+}
+
+}  // namespace
+
+int MultiByteToWideChar(CodePage codePage, DWORD flags, const char* text, int length, char16_t* wide,
+                        int wideSize) noexcept try {
+  if (FaultInjected("MultiByteToWideChar")) return 0;
+  if (codePage != CP_UTF8 || flags != 0 || text == nullptr || length == 0 || wideSize < 0 ||
+      (wide == nullptr && wideSize != 0)) {
+    return Fail(ERROR_INVALID_PARAMETER);
+  }
+  std::string_view input = Input(text, length);
+  std::u16string result;
+  result.reserve(input.size());
+  while (!input.empty()) PutUtf16(result, TakeUtf8(input));
+  return Deliver(result, wide, wideSize);
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY);
+}
+
+int WideCharToMultiByte(CodePage codePage, DWORD flags, const char16_t* wide, int wideLength, char* text, int size,
+                        std::nullptr_t, std::nullptr_t) noexcept try {
+  if (FaultInjected("WideCharToMultiByte")) return 0;
+  if (codePage != CP_UTF8 || flags != 0 || wide == nullptr || wideLength == 0 || size < 0 ||
+      (text == nullptr && size != 0)) {
+    return Fail(ERROR_INVALID_PARAMETER);
+  }
+  std::u16string_view input = Input(wide, wideLength);
+  std::string result;
+  result.reserve(input.size());
+  while (!input.empty()) PutUtf8(result, TakeUtf16(input));
+  return Deliver(result, text, size);
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY);
+}
+
+char16_t* wcstok_s(char16_t* text, const char16_t* delimiters, char16_t** context) noexcept {
+  const std::u16string_view set(delimiters);
+  char16_t* start = text != nullptr ? text : *context;
+  while (*start != u'\0' && set.contains(*start)) ++start;
+  char16_t* end = start;
+  while (*end != u'\0' && !set.contains(*end)) ++end;
+  *context = *end == u'\0' ? end : end + 1;
+  *end = u'\0';
+  return end == start ? nullptr : start;
+}
+
+}  // namespace platform
