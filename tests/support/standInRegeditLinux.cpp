@@ -20,7 +20,7 @@ int main(int argc, char** argv) {
       std::cerr << argv[i] << ": cannot be read\n";
       return 1;
     }
-    if (!platform::ImportRegText(bytes)) {
+    if (!platform::registry::ImportRegText(bytes)) {
       std::cerr << argv[i] << ": is no registry file, or the machine's hives cannot be written\n";
       return 1;
     }
