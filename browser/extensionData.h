@@ -1,15 +1,30 @@
-// The data file from which a browser's extension learns the redirection rules.
+// The data file from which each browser's extension learns the redirection rules: where it lies, writing it, removing
+// it.
+//
+// No failure stops the program or reaches the user; the next refresh tries again. Writing runs on the resident helper's
+// main thread, removal on its settings watcher; neither takes a lock.
 #pragma once
 
-#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "settings/browserType.h"
 
 namespace browser {
 
-enum class BrowserType : std::uint8_t { Chrome = 0, Edge = 1, Firefox = 2 };
-// Every loop over the browsers runs in this order.
-inline constexpr BrowserType kBrowsers[] = {BrowserType::Chrome, BrowserType::Edge, BrowserType::Firefox};
+using settings::BrowserType;
+using settings::kBrowsers;
 
-// Writes the rules to where that browser's extension reads them. False, logged, when that fails.
+// The folder below which the browser's data file goes: a policy on the user data directory, else the user's local
+// application data. Empty when that cannot be found out.
+[[nodiscard]] std::u16string GetExtensionPath(BrowserType browser);
+
+// Writes the rules to where that browser's extension reads them. Without rules, or without the extension's folders,
+// nothing is touched. True when at least one file was written.
 bool WriteExtensionData(BrowserType browser);
+
+// Deletes every browser's data file, and Firefox's pointer to it.
+void RemoveAllExtensionData();
 
 }  // namespace browser

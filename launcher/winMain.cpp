@@ -10,11 +10,10 @@
 #include "platform/entry.h"
 #include "platform/raii.h"
 #include "platform/shell.h"
+#include "settings/registryPaths.h"
 
 namespace launcher {
 namespace {
-
-constexpr std::u16string_view kLaunchScheme = u"tavrix-prism-url-launch";
 
 // Held from start to exit and read by nothing; deployments expect to find it in the program.
 [[gnu::used]] const std::vector<std::u16string> appLaunchPaths{u"/get/apps/launch/sp-init/"};
@@ -27,7 +26,7 @@ int WinMain() {
   if (!block || count <= 1) return RunResident();
 
   const Arguments arguments(block.get(), static_cast<std::size_t>(count));
-  const std::u16string launchPrefix = std::u16string(kLaunchScheme).append(u"://");
+  const std::u16string launchPrefix = std::u16string(settings::CustomLaunchScheme).append(u"://");
   const std::u16string_view text(arguments[1]);
   const std::size_t prefix = text.find(launchPrefix);
   if (prefix != text.npos) {

@@ -13,6 +13,7 @@ using EventHandle = HandleOf<struct EventKind>;
 using MutexHandle = HandleOf<struct MutexKind>;
 using ThreadHandle = HandleOf<struct ThreadKind>;
 using ProcessHandle = HandleOf<struct ProcessKind>;
+using FileHandle = HandleOf<struct FileKind>;
 using NativeKeyHandle = HandleOf<struct NativeKeyKind>;  // A registry key opened by a native call (registry.h).
 
 // A handle of any kind that CloseHandle takes.
@@ -22,6 +23,7 @@ class KernelHandle {
   constexpr KernelHandle(MutexHandle handle) noexcept : value_(handle.value()) {}
   constexpr KernelHandle(ThreadHandle handle) noexcept : value_(handle.value()) {}
   constexpr KernelHandle(ProcessHandle handle) noexcept : value_(handle.value()) {}
+  constexpr KernelHandle(FileHandle handle) noexcept : value_(handle.value()) {}
   constexpr KernelHandle(NativeKeyHandle handle) noexcept : value_(handle.value()) {}
   [[nodiscard]] constexpr std::uintptr_t value() const noexcept { return value_; }
 

@@ -16,4 +16,8 @@ bool GetModuleHandleExW(DWORD flags, const char16_t* name, HMODULE* module) noex
 // Null with ERROR_PROC_NOT_FOUND when the module exports no such name. The caller casts to the function's own type.
 [[nodiscard]] ModuleFunction GetProcAddress(HMODULE module, const char* name) noexcept;
 
+// The path of the running program's file, cut to `size` units with its NUL. The length in units, without the NUL unless
+// it was cut; 0 on failure.
+DWORD GetModuleFileNameW(std::nullptr_t module, char16_t* path, DWORD size) noexcept;
+
 }  // namespace platform

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/error.h"
+#include "platform/files.h"
 #include "platform/handles.h"
 #include "platform/registry.h"
 #include "platform/shell.h"
@@ -50,8 +51,12 @@ using UniqueEvent = Owner<EventHandle, &CloseHandle>;
 using UniqueMutex = Owner<MutexHandle, &CloseHandle>;
 using UniqueThread = Owner<ThreadHandle, &CloseHandle>;
 using UniqueProcess = Owner<ProcessHandle, &CloseHandle>;
+using UniqueFile = Owner<FileHandle, &CloseHandle>;
 using UniqueNativeKey = Owner<NativeKeyHandle, &CloseHandle>;
 using UniqueKey = Owner<HKEY, &RegCloseKey>;
+using UniqueFind = Owner<FindHandle, &FindClose>;
+template <class T>
+using UniqueTaskMemory = Owner<T*, &CoTaskMemFree>;
 template <class T>
 using UniqueLocal = Owner<T*, &LocalFree>;
 

@@ -73,6 +73,15 @@ LSTATUS RegDeleteValueW(HKEY key, const char16_t* valueName) noexcept;
 // Deletes the key with everything under it.
 LSTATUS RegDeleteTreeW(HKEY key, const char16_t* subKey) noexcept;
 
+inline constexpr DWORD REG_NOTIFY_CHANGE_NAME = 1;
+inline constexpr DWORD REG_NOTIFY_CHANGE_LAST_SET = 4;
+
+// Signals `event` at the first change from now on of a subkey's existence or of a value, in the key or, with
+// `watchSubtree`, anywhere below it; also when the key itself is deleted. Each call is good for one signal.
+// `filter` is both of the constants above, and the call always returns at once.
+LSTATUS RegNotifyChangeKeyValue(HKEY key, bool watchSubtree, DWORD filter, EventHandle event,
+                                OnlyTrue asynchronous) noexcept;
+
 // ---- The native calls. They are not declared here: the program looks them up by name in ntdll.dll (module.h). ----
 
 inline constexpr NTSTATUS STATUS_SUCCESS = 0;

@@ -5,7 +5,8 @@
 
 namespace platform {
 
-enum class CodePage : UINT { CP_UTF8 = 65001 };
+// CP_THREAD_ACP is the ANSI code page of the calling thread.
+enum class CodePage : UINT { CP_THREAD_ACP = 3, CP_UTF8 = 65001 };
 using enum CodePage;
 
 // Convert between wide text and a code page. Lengths are in units of the text that they stand beside; no NUL is added

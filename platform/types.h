@@ -50,6 +50,13 @@ struct OnlyFalse {
   }
 };
 
+// The same for true.
+struct OnlyTrue {
+  consteval OnlyTrue(bool value) {
+    if (!value) throw "only true is supported";
+  }
+};
+
 inline constexpr std::size_t MAX_PATH = 260;
 inline constexpr DWORD INFINITE = 0xFFFFFFFF;
 

@@ -17,4 +17,7 @@ inline constexpr const char16_t* AppPathPolicyPath =
 inline constexpr const char16_t* LegacyAppPathPolicyPath =
     u"\\Registry\\Machine\\Software\\Policies\\Tavrix, Inc.\\Tavrix GLD\\URLRedirection\\apppath";
 
+// The URL scheme that starts this program.
+inline constexpr const char16_t* CustomLaunchScheme = u"tavrix-prism-url-launch";
+
 }  // namespace settings

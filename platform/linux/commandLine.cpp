@@ -113,15 +113,6 @@ std::u16string LineOfThisProcess() {
   return Join(arguments);
 }
 
-// The machine's path of this program; the host's, when it does not lie on the machine's drive.
-std::u16string PathOfThisProgram() {
-  char path[4096];
-  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-  const std::string_view hostPath(path, length > 0 ? static_cast<std::size_t>(length) : 0);
-  std::u16string machinePath = machine::MachinePath(hostPath);
-  return machinePath.empty() ? machine::FromHost(hostPath) : machinePath;
-}
-
 // Pointers, a null, then the texts, in one block.
 char16_t** InOneBlock(const std::vector<std::u16string>& arguments) {
   std::size_t units = 0;
@@ -140,6 +131,12 @@ char16_t** InOneBlock(const std::vector<std::u16string>& arguments) {
 }
 
 }  // namespace
+
+std::u16string PathOfThisProgram() {
+  char path[4096];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+  return machine::MachinePath(std::string_view(path, length > 0 ? static_cast<std::size_t>(length) : 0));
+}
 
 std::vector<std::u16string> Split(std::u16string_view line) {
   std::vector<std::u16string> arguments{TakeProgramName(line)};

@@ -16,4 +16,7 @@ inline constexpr char kVariable[] = "LUMENAR_COMMAND_LINE";
 // A command line that splits into these arguments. REQUIRES: no quote in the first.
 [[nodiscard]] std::u16string Join(const std::vector<std::u16string>& arguments);
 
+// The machine's path of the running program's file; empty when it cannot be told.
+[[nodiscard]] std::u16string PathOfThisProgram();
+
 }  // namespace platform::commandLine

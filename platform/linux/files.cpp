@@ -12,9 +12,9 @@
 
 #include "platform/error.h"
 #include "platform/linux/descriptor.h"
+#include "platform/linux/environment.h"
 #include "platform/linux/faults.h"
 #include "platform/linux/machine.h"
-#include "platform/linux/userName.h"
 
 namespace platform {
 
@@ -74,7 +74,7 @@ int fclose(TextStream* stream) noexcept {
 
 DWORD GetTempPathW(DWORD size, char16_t* path) noexcept try {
   if (FaultInjected("GetTempPathW")) return 0;
-  const std::u16string folder = u"C:\\users\\" + machine::FromHost(UserName()) + u"\\Temp\\";
+  const std::u16string folder = environment::ProfileFolder() + u"\\Temp\\";
   const auto hostPath = machine::HostPath(folder);
   if (!hostPath) return 0;
   // Nobody installs this machine, so the folder is made when it is first asked for. Who cannot make it cannot use it

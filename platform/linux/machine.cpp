@@ -112,19 +112,23 @@ std::string RuntimeFolder(std::string_view name) {
 
 std::optional<std::string> HostPath(std::u16string_view machinePath) {
   if (machinePath.size() >= MAX_PATH) return Refuse(ERROR_FILENAME_EXCED_RANGE);
-  if (machinePath.size() < 3 || (machinePath[0] | 0x20) != u'c' || machinePath[1] != u':' ||
-      !IsSeparator(machinePath[2])) {
+  if (machinePath.size() < 3 || machinePath[1] != u':' || !IsSeparator(machinePath[2])) {
     return Refuse(ERROR_PATH_NOT_FOUND);
   }
+  const int drive = machinePath[0] | 0x20;
+  if (drive != u'c' && drive != u'z') return Refuse(ERROR_PATH_NOT_FOUND);
   std::u16string_view below = machinePath.substr(3);
   // No name ends in dots or spaces: the system drops them at a path's end.
   while (below.ends_with(u'.') || below.ends_with(u' ')) {
     if (NamesOf(below).empty() || below.ends_with(u"\\..") || below.ends_with(u"/..") || below == u"..") break;
     below.remove_suffix(1);
   }
-  std::string path = DataFolder();
-  if (path.empty()) return std::nullopt;
-  path += kDrive;
+  std::string path;
+  if (drive == u'c') {
+    path = DataFolder();
+    if (path.empty()) return std::nullopt;
+    path += kDrive;
+  }
   for (const std::u16string_view name : NamesOf(below)) {
     for (const char16_t unit : name) {
       if (IsForbidden(unit)) return Refuse(ERROR_INVALID_NAME);
@@ -132,22 +136,19 @@ std::optional<std::string> HostPath(std::u16string_view machinePath) {
     path += '/';
     path += ToHost(name);
   }
-  return path;
+  return path.empty() ? "/" : path;
 }
 
 std::u16string MachinePath(std::string_view hostPath) {
-  const std::string drive = DataFolder() + std::string(kDrive);
-  std::string_view below;
-  if (hostPath.starts_with(drive + "/")) {
-    below = hostPath.substr(drive.size());
-  } else if (char* const real = realpath(drive.c_str(), nullptr)) {
-    // The host names the files of running programs by the folder's real path.
-    const std::string prefix = std::string(real) + "/";
+  if (!hostPath.starts_with('/') || hostPath.find('\\') != hostPath.npos) return {};
+  std::string drive = DataFolder() + std::string(kDrive);
+  // The host names the files of running programs by the folder's real path.
+  if (char* const real = realpath(drive.c_str(), nullptr)) {
+    if (!hostPath.starts_with(drive + "/")) drive = real;
     std::free(real);
-    if (hostPath.starts_with(prefix)) below = hostPath.substr(prefix.size() - 1);
   }
-  if (below.empty() || below.find('\\') != std::string_view::npos) return {};
-  std::u16string path = u"C:" + FromHost(below);
+  const bool onDrive = hostPath.starts_with(drive + "/");
+  std::u16string path = (onDrive ? u"C:" : u"Z:") + FromHost(onDrive ? hostPath.substr(drive.size()) : hostPath);
   for (char16_t& unit : path) unit = unit == u'/' ? u'\\' : unit;
   return path;
 }

@@ -17,11 +17,12 @@ namespace platform::machine {
 [[nodiscard]] std::string DataFolder();
 [[nodiscard]] std::string RuntimeFolder(std::string_view name);
 
-// The path of the host for a path of the machine: "C:\a\b" lies under drive_c/. Backslashes and slashes separate, case
-// is kept. Nothing, with the system's error, for a path that is not absolute on C:, is too long, or has names that no
+// The path of the host for a path of the machine: "C:\a\b" lies under drive_c/, and "Z:\a\b" is the host's own /a/b,
+// for programs that are not installed on the machine's drive. Backslashes and slashes separate, case is kept. Nothing,
+// with the system's error, for a path that is not absolute on one of these drives, is too long, or has names that no
 // Windows volume takes.
 [[nodiscard]] std::optional<std::string> HostPath(std::u16string_view machinePath);
-// The other way about; empty when the host's path does not lie on the machine's drive.
+// The other way about; empty for a path that is not absolute, or has names with backslashes.
 [[nodiscard]] std::u16string MachinePath(std::string_view hostPath);
 
 // UTF-16 to UTF-8 and back, unit for unit: a lone surrogate becomes its three-byte form and returns from it, and a byte

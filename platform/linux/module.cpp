@@ -1,8 +1,13 @@
 #include "platform/module.h"
 
+#include <algorithm>
+#include <new>
+#include <string>
+
 #include <string_view>
 
 #include "platform/error.h"
+#include "platform/linux/commandLine.h"
 #include "platform/linux/faults.h"
 #include "platform/linux/nativeRegistry.h"
 #include "platform/linux/registryName.h"
@@ -51,6 +56,20 @@ ModuleFunction GetProcAddress(HMODULE module, const char* name) noexcept {
   }
   SetLastError(ERROR_PROC_NOT_FOUND);
   return nullptr;
+}
+
+DWORD GetModuleFileNameW(std::nullptr_t, char16_t* path, DWORD size) noexcept try {
+  if (FaultInjected("GetModuleFileNameW")) return 0;
+  const std::u16string program = commandLine::PathOfThisProgram();
+  if (program.empty() || size == 0) return 0;
+  const std::size_t length = std::min<std::size_t>(program.size(), size - 1);
+  path[program.copy(path, length)] = u'\0';
+  if (length == program.size()) return static_cast<DWORD>(length);
+  SetLastError(ERROR_INSUFFICIENT_BUFFER);
+  return size;
+} catch (const std::bad_alloc&) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return 0;
 }
 
 }  // namespace platform

@@ -1,12 +1,12 @@
 #include "platform/shell.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <new>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "platform/linux/environment.h"
 #include "platform/linux/faults.h"
 #include "platform/linux/machine.h"
 #include "platform/linux/processes.h"
@@ -28,27 +28,6 @@ std::u16string_view SchemeOf(std::u16string_view file) {
   if (colon == file.npos || colon < 2 || !IsLetter(file.front())) return {};
   const std::u16string_view scheme = file.substr(0, colon);
   return std::ranges::all_of(scheme, IsOfScheme) ? scheme : std::u16string_view();
-}
-
-// The text with each %NAME% replaced that the environment has; others stay as they are.
-std::u16string WithEnvironment(std::u16string_view text) {
-  std::u16string result;
-  while (!text.empty()) {
-    const std::size_t open = std::min(text.find(u'%'), text.size());
-    result += text.substr(0, open);
-    text.remove_prefix(open);
-    if (text.empty()) break;
-    const std::size_t close = text.find(u'%', 1);
-    const char* value = close == text.npos ? nullptr : std::getenv(machine::ToHost(text.substr(1, close - 1)).c_str());
-    if (value == nullptr) {
-      result += text.front();
-      text.remove_prefix(1);
-    } else {
-      result += machine::FromHost(value);
-      text.remove_prefix(close + 1);
-    }
-  }
-  return result;
 }
 
 std::optional<std::u16string> DefaultTextOf(HKEY root, const std::u16string& path) {
@@ -123,7 +102,8 @@ bool ShellExecuteExW(SHELLEXECUTEINFOW* information) noexcept try {
     return false;
   }
   const bool substitutes = (information->fMask & SEE_MASK_DOENVSUBST) != 0;
-  const bool opened = Open(substitutes ? WithEnvironment(information->lpFile) : std::u16string(information->lpFile));
+  const bool opened =
+      Open(substitutes ? environment::Expand(information->lpFile) : std::u16string(information->lpFile));
   // Values above 32 mean success.
   if (opened) information->hInstApp = HINSTANCE(33);
   return opened;

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "platform/error.h"
+#include "platform/linux/ansi.h"
 #include "platform/linux/faults.h"
 
 namespace platform {
@@ -117,11 +118,11 @@ int MultiByteToWideChar(CodePage codePage, DWORD flags, const char* text, int le
 int WideCharToMultiByte(CodePage codePage, DWORD flags, const char16_t* wide, int wideLength, char* text, int size,
                         std::nullptr_t, std::nullptr_t) noexcept try {
   if (FaultInjected("WideCharToMultiByte")) return 0;
-  if (codePage != CP_UTF8 || flags != 0 || wide == nullptr || wideLength == 0 || size < 0 ||
-      (text == nullptr && size != 0)) {
+  if (flags != 0 || wide == nullptr || wideLength == 0 || size < 0 || (text == nullptr && size != 0)) {
     return Fail(ERROR_INVALID_PARAMETER);
   }
   std::u16string_view input = Input(wide, wideLength);
+  if (codePage == CP_THREAD_ACP) return Deliver(ansi::FromWide(input), text, size);
   std::string result;
   result.reserve(input.size());
   while (!input.empty()) PutUtf8(result, TakeUtf16(input));

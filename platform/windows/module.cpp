@@ -15,4 +15,8 @@ ModuleFunction GetProcAddress(HMODULE module, const char* name) noexcept {
   return reinterpret_cast<ModuleFunction>(::GetProcAddress(reinterpret_cast<::HMODULE>(module.value()), name));
 }
 
+DWORD GetModuleFileNameW(std::nullptr_t, char16_t* path, DWORD size) noexcept {
+  return ::GetModuleFileNameW(nullptr, reinterpret_cast<wchar_t*>(path), size);
+}
+
 }  // namespace platform

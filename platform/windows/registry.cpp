@@ -102,4 +102,9 @@ LSTATUS RegDeleteTreeW(HKEY key, const char16_t* subKey) noexcept {
   return ::RegDeleteTreeW(SystemKey(key), Wide(subKey));
 }
 
+LSTATUS RegNotifyChangeKeyValue(HKEY key, bool watchSubtree, DWORD filter, EventHandle event, OnlyTrue) noexcept {
+  return ::RegNotifyChangeKeyValue(reinterpret_cast<::HKEY>(key.value()), watchSubtree ? TRUE : FALSE, filter,
+                                   reinterpret_cast<::HANDLE>(event.value()), TRUE);
+}
+
 }  // namespace platform
