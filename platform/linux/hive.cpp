@@ -9,20 +9,14 @@
 #include <utility>
 
 #include "platform/error.h"
+#include "platform/linux/hiveFile.h"
+#include "platform/linux/hostError.h"
 #include "platform/linux/machine.h"
 
 namespace platform::registry {
 namespace {
 
-LSTATUS SystemErrorOf(int hostError) {
-  switch (hostError) {
-    case EACCES:
-    case EPERM:
-    case EROFS: return ERROR_ACCESS_DENIED;
-    case ENOMEM: return ERROR_NOT_ENOUGH_MEMORY;
-    default: return ERROR_GEN_FAILURE;
-  }
-}
+LSTATUS ErrorOfHost() { return static_cast<LSTATUS>(ErrorFromHost(errno)); }
 
 const char* FileNameOf(HiveId id) { return id == HiveId::User ? "/user.reg" : "/machine.reg"; }
 
@@ -80,7 +74,7 @@ LSTATUS HiveCache::Refresh() {
   }
   struct stat now = {};
   const bool exists = stat(path.c_str(), &now) == 0;
-  if (!exists && errno != ENOENT) return SystemErrorOf(errno);
+  if (!exists && errno != ENOENT) return ErrorOfHost();
   if (valid && exists == static_cast<bool>(file) && (!exists || SameFile(now, status))) return ERROR_SUCCESS;
   Forget();
   return Load();
@@ -88,11 +82,11 @@ LSTATUS HiveCache::Refresh() {
 
 LSTATUS HiveCache::Load() {
   Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!opened && errno != ENOENT) return SystemErrorOf(errno);
+  if (!opened && errno != ENOENT) return ErrorOfHost();
   if (opened) {
-    if (fstat(opened.get(), &status) != 0) return SystemErrorOf(errno);
+    if (fstat(opened.get(), &status) != 0) return ErrorOfHost();
     const auto bytes = ReadAll(opened.get(), static_cast<std::size_t>(status.st_size));
-    if (!bytes) return SystemErrorOf(errno);
+    if (!bytes) return ErrorOfHost();
     ApplyRegText(*bytes, id, root);
   }
   file = std::move(opened);
@@ -107,7 +101,7 @@ LSTATUS HiveCache::Store() {
   Descriptor written(open(temporary.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   if (!written || !WriteAll(written.get(), text) || fstat(written.get(), &status) != 0 ||
       std::rename(temporary.c_str(), path.c_str()) != 0) {
-    return SystemErrorOf(errno);
+    return ErrorOfHost();
   }
   file = std::move(written);
   return ERROR_SUCCESS;
@@ -128,7 +122,7 @@ HiveWriting::HiveWriting(HiveId id) : cache_(CacheOf(id)), lock_(cache_.lock) {
   Descriptor lockFile(open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   int locked = lockFile ? flock(lockFile.get(), LOCK_EX) : -1;
   while (locked != 0 && errno == EINTR) locked = flock(lockFile.get(), LOCK_EX);
-  error_ = locked == 0 ? cache_.Refresh() : SystemErrorOf(errno);
+  error_ = locked == 0 ? cache_.Refresh() : ErrorOfHost();
   lockFile_ = std::move(lockFile);
 }
 

@@ -8,7 +8,7 @@
 
 #include <mutex>
 
-#include "platform/linux/hiveFile.h"
+#include "platform/linux/descriptor.h"
 #include "platform/linux/hiveTree.h"
 #include "platform/linux/regFile.h"
 

@@ -1,5 +1,7 @@
 #include "platform/linux/hiveFile.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 
 namespace platform::registry {

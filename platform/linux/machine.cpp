@@ -8,24 +8,12 @@
 #include <vector>
 
 #include "platform/error.h"
+#include "platform/linux/hostError.h"
 
 namespace platform::machine {
 namespace {
 
 constexpr std::string_view kDrive = "/drive_c";
-
-DWORD SystemErrorOf(int hostError) {
-  switch (hostError) {
-    case ENOENT:
-    case ENOTDIR: return ERROR_PATH_NOT_FOUND;
-    case ENOMEM: return ERROR_NOT_ENOUGH_MEMORY;
-    case ENAMETOOLONG: return ERROR_FILENAME_EXCED_RANGE;
-    case EACCES:
-    case EPERM:
-    case EROFS: return ERROR_ACCESS_DENIED;
-    default: return ERROR_GEN_FAILURE;
-  }
-}
 
 bool MakeFolder(const std::string& path) { return mkdir(path.c_str(), 0700) == 0 || errno == EEXIST; }
 
@@ -55,7 +43,7 @@ bool IsPrivate(const std::string& folder) {
 }
 
 std::string Failed() {
-  SetLastError(SystemErrorOf(errno));
+  SetLastError(ErrorFromHost(errno));
   return {};
 }
 
