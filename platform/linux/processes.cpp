@@ -140,16 +140,29 @@ std::optional<std::string> FindProgram(std::u16string_view name) {
   return std::nullopt;
 }
 
-// The program of a command line. A name without quotes may hold blanks: it ends at the first one where a program is
-// found.
-std::optional<std::string> ProgramOf(std::u16string_view line) {
-  if (line.starts_with(u'"')) return FindProgram(commandLine::Split(line).front());
+// What a command line starts.
+struct Program {
+  std::string path;
+  std::u16string line;  // As the child gets it.
+};
+
+// A name without quotes may hold blanks: it ends at the first one where a program is found, and the child gets it in
+// quotes if it does hold some.
+std::optional<Program> ProgramOf(std::u16string_view line) {
+  if (line.starts_with(u'"')) {
+    auto path = FindProgram(commandLine::Split(line).front());
+    return path ? std::optional(Program{std::move(*path), std::u16string(line)}) : std::nullopt;
+  }
   DWORD firstError = ERROR_SUCCESS;
-  for (std::size_t end = 0; end != line.npos;) {
-    end = line.find_first_of(u" \t", end == 0 ? 0 : end + 1);
-    if (auto program = FindProgram(line.substr(0, end))) return program;
+  for (std::size_t end = line.find_first_of(u" \t");; end = line.find_first_of(u" \t", end + 1)) {
+    const std::u16string name(line.substr(0, end));
+    if (auto path = FindProgram(name)) {
+      const bool blanks = name.find_first_of(u" \t") != name.npos;
+      return Program{std::move(*path),
+                     blanks ? u'"' + name + u'"' + std::u16string(line.substr(name.size())) : std::u16string(line)};
+    }
     if (firstError == ERROR_SUCCESS) firstError = GetLastError();
-    if (end == 0) break;
+    if (end == line.npos) break;
   }
   SetLastError(firstError);
   return std::nullopt;
@@ -214,15 +227,15 @@ bool StartProcess(std::u16string_view line, PROCESS_INFORMATION* information) {
   }
   const auto program = ProgramOf(line);
   if (!program) return false;
-  std::vector<std::string> arguments = HostArguments(line);
-  std::vector<std::string> environment = Environment(line);
+  std::vector<std::string> arguments = HostArguments(program->line);
+  std::vector<std::string> environment = Environment(program->line);
   const SpawnRules rules;
   const auto child = std::make_shared<Child>();
   Handles handles(child);
   if (!handles.complete()) return false;
   pid_t id = 0;
-  const int error = posix_spawn(&id, program->c_str(), &rules.actions, &rules.attributes, Pointers(arguments).data(),
-                                Pointers(environment).data());
+  const int error = posix_spawn(&id, program->path.c_str(), &rules.actions, &rules.attributes,
+                                Pointers(arguments).data(), Pointers(environment).data());
   if (error != 0) {
     SetLastError(ErrorFromHost(error));
     return false;

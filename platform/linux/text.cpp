@@ -16,7 +16,10 @@ namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-// Takes one code point off the front. Malformed bytes give U+FFFD for as many of them as could have begun a sequence.
+bool IsContinuation(unsigned byte) { return (byte & 0xC0) == 0x80; }
+
+// Takes one code point off the front. Malformed bytes give one U+FFFD for a lead with the continuations that belong to
+// it, up to and with the first that it does not allow.
 char32_t TakeUtf8(std::string_view& text) {
   const auto byteAt = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
   const unsigned lead = byteAt(0);
@@ -29,9 +32,11 @@ char32_t TakeUtf8(std::string_view& text) {
   unsigned highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
   char32_t point = lead & (0x3Fu >> more);
   for (std::size_t i = 0; i < more; ++i) {
-    if (text.empty() || byteAt(0) < lowest || byteAt(0) > highest) return kReplacement;
-    point = point << 6 | (byteAt(0) & 0x3F);
+    if (text.empty() || !IsContinuation(byteAt(0))) return kReplacement;
+    const unsigned next = byteAt(0);
     text.remove_prefix(1);
+    if (next < lowest || next > highest) return kReplacement;
+    point = point << 6 | (next & 0x3F);
     lowest = 0x80;
     highest = 0xBF;
   }

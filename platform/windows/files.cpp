@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <cwchar>
 
 namespace platform {
 
@@ -12,7 +13,9 @@ TextStream* _wfopen(const char16_t* path, const char16_t* mode) noexcept {
 }
 
 int fputws(const char16_t* text, TextStream* stream) noexcept {
-  return ::fputws(reinterpret_cast<const wchar_t*>(text), reinterpret_cast<FILE*>(stream));
+  // The runtime's mark for failure is the 16-bit WEOF, which is positive in its int result.
+  const int written = ::fputws(reinterpret_cast<const wchar_t*>(text), reinterpret_cast<FILE*>(stream));
+  return written == WEOF ? -1 : written;
 }
 
 int fclose(TextStream* stream) noexcept { return ::fclose(reinterpret_cast<FILE*>(stream)); }

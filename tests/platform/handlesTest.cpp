@@ -177,10 +177,15 @@ TEST(Handle, OfAnotherKindIsRefused) {
 TEST(LastError, BelongsToTheThread) {
   SetLastError(ERROR_MORE_DATA);
   DWORD inTheOther = ERROR_MORE_DATA;
-  std::thread([&] {
-    inTheOther = GetLastError();
-    SetLastError(ERROR_TIMEOUT);
-  }).join();
+  const UniqueThread other(CreateThread(
+      nullptr, 0,
+      [](void* seen) -> DWORD {
+        *static_cast<DWORD*>(seen) = GetLastError();
+        SetLastError(ERROR_TIMEOUT);
+        return 0;
+      },
+      &inTheOther, 0, nullptr));
+  ASSERT_EQ(WaitForSingleObject(other.get(), INFINITE), WAIT_OBJECT_0);
   EXPECT_EQ(inTheOther, ERROR_SUCCESS);
   EXPECT_EQ(GetLastError(), ERROR_MORE_DATA);
 }
