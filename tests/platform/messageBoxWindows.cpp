@@ -1,0 +1,38 @@
+#include <gtest/gtest.h>
+
+#include "platform/handles.h"
+#include "platform/window.h"
+#include "tests/support/machine.h"
+#include "tests/support/process.h"
+
+#include <windows.h>
+
+namespace {
+
+::HWND FindBox() { return ::FindWindowW(L"#32770", L"--url"); }
+
+}  // namespace
+
+CHILD_BODY(ShowsAMessage) {
+  support::Say("showing");
+  return platform::MessageBoxW({}, u"No \u00E4pp.", u"--url", platform::MB_ICONHAND | platform::MB_TOPMOST);
+}
+
+TEST(MessageBox, StaysUntilItIsClosed) {
+  const support::Machine machine;
+  support::Process child = support::StartChild("ShowsAMessage");
+  ASSERT_EQ(child.Hear(), "showing");
+  const ::HANDLE process = ::OpenProcess(SYNCHRONIZE, FALSE, child.Id());
+  ASSERT_NE(process, nullptr);
+  // Nothing tells when the box is there; the look is repeated as long as the process lives, 60 seconds at most.
+  ::HWND box = FindBox();
+  for (int look = 0; box == nullptr && look < 1200; ++look) {
+    ASSERT_EQ(::WaitForSingleObject(process, 50), static_cast<::DWORD>(WAIT_TIMEOUT));
+    box = FindBox();
+  }
+  ASSERT_NE(box, nullptr);
+  EXPECT_EQ(::WaitForSingleObject(process, 0), static_cast<::DWORD>(WAIT_TIMEOUT));
+  ::PostMessageW(box, WM_COMMAND, IDOK, 0);
+  EXPECT_EQ(child.Wait(), IDOK);
+  ::CloseHandle(process);
+}
