@@ -1,12 +1,9 @@
 #include <gtest/gtest.h>
-
 #include "tests/platform/windowSupport.h"
 #include "tests/support/machine.h"
 
 using namespace platform;
 using namespace windowTests;
-
-CHILD_BODY(ShowsAMessage) { return MessageBoxW({}, u"No \u00E4pp.", u"--url", MB_ICONHAND | MB_TOPMOST); }
 
 TEST(MessageBox, IsALineOfErrorOutput) {
   const support::Machine machine;

@@ -31,6 +31,12 @@ MSG NextOf(UINT sought) {
 
 }  // namespace
 
+// What then can be seen differs: see the tests of either target.
+CHILD_BODY(ShowsAMessage) {
+  support::Say("showing");
+  return MessageBoxW({}, u"No \u00E4pp.", u"--url", MB_ICONHAND | MB_TOPMOST);
+}
+
 TEST(EnumWindows, CallsBackUntilToldToStop) {
   const support::Machine machine;
   const TestWindow first(u"LumenarTest_Desktop", {}, HWND());

@@ -1,22 +1,14 @@
 #include <gtest/gtest.h>
+#include <windows.h>
 
-#include "platform/handles.h"
-#include "platform/window.h"
 #include "tests/support/machine.h"
 #include "tests/support/process.h"
-
-#include <windows.h>
 
 namespace {
 
 ::HWND FindBox() { return ::FindWindowW(L"#32770", L"--url"); }
 
 }  // namespace
-
-CHILD_BODY(ShowsAMessage) {
-  support::Say("showing");
-  return platform::MessageBoxW({}, u"No \u00E4pp.", u"--url", platform::MB_ICONHAND | platform::MB_TOPMOST);
-}
 
 TEST(MessageBox, StaysUntilItIsClosed) {
   const support::Machine machine;
