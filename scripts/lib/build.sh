@@ -4,12 +4,12 @@
 # shellcheck disable=SC2034 # used by the scripts that read this file
 program_name=lumenar-url-protocol-launch-helper
 
-# Runs a command; shows what it printed only when it fails.
+# Runs a command; shows what it printed only when it fails, but for the lines that tell how far a build has come.
 quietly() {
   local output code=0
   output=$(mktemp)
   "$@" >"$output" 2>&1 || code=$?
-  ((code == 0)) || cat "$output" >&2
+  ((code == 0)) || grep --invert-match --extended-regexp '^\[[0-9]+/[0-9]+\] (Building|Linking|Re-)' "$output" >&2 || true
   rm -f "$output"
   return "$code"
 }

@@ -21,7 +21,7 @@ int main(int argc, char** argv) {
       return 1;
     }
     if (!platform::registry::ImportRegText(bytes)) {
-      std::cerr << argv[i] << ": is no registry file, or the machine's hives cannot be written\n";
+      std::cerr << argv[i] << ": the machine's registry cannot be read or written\n";
       return 1;
     }
   }
