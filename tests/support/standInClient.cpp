@@ -29,7 +29,8 @@ void Leave(const std::string& name, const std::string& content) {
   };
   const std::filesystem::path temporary = path(name + ".new");
   std::ofstream(temporary, std::ios::binary) << content;
-  std::filesystem::rename(temporary, path(name));
+  std::error_code ignored;  // The folder may be gone: the machine was only there for a while.
+  std::filesystem::rename(temporary, path(name), ignored);
 }
 
 platform::LRESULT WindowProcedure(platform::HWND window, platform::UINT message, platform::WPARAM wParam,
