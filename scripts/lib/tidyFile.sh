@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# clang-tidy on one source; says nothing when there is nothing to say.
-# usage: tidyFile.sh FOLDER-OF-compile_commands.json SOURCE
+# clang-tidy on one source; says nothing when there is nothing to say, and then leaves MARK (a file; may be empty).
+# usage: tidyFile.sh FOLDER-OF-compile_commands.json SOURCE MARK
 set -euo pipefail
 
 if ! output=$(clang-tidy --quiet -p "$1" --extra-arg=-Wthread-safety --extra-arg=-Wno-unknown-warning-option "$2" 2>&1); then
@@ -8,3 +8,4 @@ if ! output=$(clang-tidy --quiet -p "$1" --extra-arg=-Wthread-safety --extra-arg
   grep --invert-match --extended-regexp '^[0-9]+ warnings? (generated|treated as)|^Suppressed |^Use -header-filter' <<<"$output"
   exit 1
 fi
+[[ -z $3 ]] || touch "$3"
