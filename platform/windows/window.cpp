@@ -102,7 +102,6 @@ HWND FindWindowW(const char16_t* className, std::nullptr_t) noexcept {
 
 LRESULT SendMessageTimeoutW(HWND window, UINT message, WPARAM wParam, LPARAM lParam, UINT flags, UINT milliseconds,
                             std::uintptr_t* result) noexcept {
-  static_assert(sizeof(std::uintptr_t) == sizeof(DWORD_PTR));
   return ::SendMessageTimeoutW(ToNative<::HWND>(window), message, wParam, lParam, flags, milliseconds,
                                reinterpret_cast<PDWORD_PTR>(result));
 }

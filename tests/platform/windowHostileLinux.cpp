@@ -62,20 +62,26 @@ class Target {
   Target& operator=(const Target&) = delete;
 
   // How many messages a peer brought to the procedure, up to now.
-  std::uintptr_t Reached() {
-    std::uintptr_t reached = 9999;
-    EXPECT_NE(SendMessageTimeoutW(window_, WM_USER, 0, 0, SMTO_ABORTIFHUNG, 120'000, &reached), 0);
-    return reached;
-  }
+  std::uintptr_t Reached() { return Ask(WM_USER); }
+  // How many descriptors are open in this process, counted while the window's thread serves this question alone.
+  std::uintptr_t Descriptors() { return Ask(kCountDescriptors); }
   [[nodiscard]] static Descriptor Connected() {
     return windowSocket::Connect({.folder = MeetingFolder().string(), .name = SocketFiles().at(0).filename().string()},
                                  windowSocket::Clock::now() + std::chrono::minutes(2));
   }
 
  private:
+  static constexpr UINT kCountDescriptors = WM_USER + 9;
+
+  std::uintptr_t Ask(UINT question) {
+    std::uintptr_t answer = 9999;
+    EXPECT_NE(SendMessageTimeoutW(window_, question, 0, 0, SMTO_ABORTIFHUNG, 120'000, &answer), 0);
+    return answer;
+  }
   std::optional<LRESULT> Count(UINT message) {
     switch (message) {
       case WM_USER: return static_cast<LRESULT>(reached_);
+      case kCountDescriptors: return OpenDescriptors();
       case kQuit: PostQuitMessage(0); return 0;
       case kMark:
       case WM_COPYDATA: ++reached_; return 0;
@@ -214,15 +220,14 @@ TEST(HostilePeer, LeavesNoDescriptorBehind) {
   const support::Machine machine;
   Target target;
   const Descriptor file = MemoryFile(20'000, kSeals);
-  target.Reached();
-  const std::ptrdiff_t before = OpenDescriptors();
+  const std::uintptr_t before = target.Descriptors();
   for (const std::size_t copies : {1U, 2U, 8U, 9U, 100U}) {
     SendPacket(Bytes(Sound()), file.get(), copies);
     SendPacket("x", file.get(), copies);
     if (copies > 1) SendPacket(Bytes(SoundData(Carriage::MemoryFile, 20'000)), file.get(), copies);
   }
   EXPECT_EQ(target.Reached(), 0U);
-  EXPECT_EQ(OpenDescriptors(), before);
+  EXPECT_EQ(target.Descriptors(), before);
 }
 
 TEST(HostilePeer, ThatSaysNothingHoldsNobodyUp) {
