@@ -41,15 +41,17 @@ bool Search(const std::wstring& text, std::u16string_view rule) {
 }
 
 // An upper bound of the stack that a search takes: for each character, the matcher nests once for each group,
-// alternative and repetition that it can pass on its way to the next. A frame takes less than 200 bytes, five times as
-// many in the builds that check addresses. A counted repetition multiplies what it holds, so it gets all there is.
+// alternative and repetition that it can pass on its way to the next. What takes no character counts too, and reading
+// the rule nests once for each of its parts; so the rule's length is added to the text's. A frame takes less than 200
+// bytes, five times as many in the builds that check addresses. A counted repetition multiplies what it holds, so it
+// gets all there is.
 std::size_t StackNeeded(std::size_t units, std::u16string_view rule) noexcept {
   constexpr std::size_t kFrame = 1024;
   constexpr std::size_t kMost = std::size_t{1} << 30;
   if (rule.find(u'{') != rule.npos) return kMost;
   const auto nesting = static_cast<std::size_t>(
       std::ranges::count_if(rule, [](char16_t unit) { return std::u16string_view(u"(|*+?").contains(unit); }));
-  return std::min(kMost, kFrame * (3 + 2 * nesting) * (units + 64));
+  return std::min(kMost, kFrame * (3 + 2 * nesting) * (units + rule.size() + 64));
 }
 
 // Half of what a main thread has.
@@ -88,7 +90,9 @@ bool SearchOnThreadOfItsOwn(const std::wstring& text, std::u16string_view rule, 
 
 bool MatchesFromLineStartsAlone(std::u16string_view rule) noexcept {
   if (!rule.starts_with(u".*")) return false;
-  if (rule.substr(2).starts_with(u'{')) return false;  // ".*{0}" is no run at all.
+  // The library reads repetition upon repetition, and ".*{0}" or ".*?{0}" is no run at all.
+  const std::size_t behindRun = rule.find_first_not_of(u"*+?", 2);
+  if (behindRun != rule.npos && rule[behindRun] == u'{') return false;
   if (rule.find(u'|') == rule.npos) return true;
   if (rule.find(u'[') != rule.npos) return false;  // Brackets inside brackets have rules of their own; not worth it.
   // The run must lead every alternative: each "|" has to stand inside a group.
