@@ -1,0 +1,39 @@
+// Windows of the resident helper's class, which the front end finds by that class and sends to. One at a time.
+#pragma once
+
+#include <semaphore>
+#include <thread>
+
+#include "platform/window.h"
+
+namespace unit {
+
+// A window on the calling thread. What that thread sends to it arrives within the call, so no time limit matters.
+class HelperClassWindow {
+ public:
+  explicit HelperClassWindow(platform::WNDPROC procedure);
+  HelperClassWindow(const HelperClassWindow&) = delete;
+  HelperClassWindow& operator=(const HelperClassWindow&) = delete;
+  ~HelperClassWindow();
+
+  [[nodiscard]] platform::HWND get() const noexcept { return window_; }
+
+ private:
+  platform::HWND window_;
+};
+
+// The same on a thread of its own, which serves it until this object goes. The procedure runs there.
+class HelperClassThread {
+ public:
+  explicit HelperClassThread(platform::WNDPROC procedure);
+  HelperClassThread(const HelperClassThread&) = delete;
+  HelperClassThread& operator=(const HelperClassThread&) = delete;
+  ~HelperClassThread();
+
+ private:
+  std::binary_semaphore ready_{0};
+  platform::HWND window_;
+  std::thread thread_;
+};
+
+}  // namespace unit
