@@ -6,6 +6,7 @@
 
 #include "platform/raii.h"
 #include "settings/registryAccess.h"
+#include "tests/support/process.h"
 #include "tests/unit/frontEndTest.h"
 
 namespace unit {
@@ -270,6 +271,23 @@ TEST_F(IpRules, AreWhatTheCurrentRootSays) {
   SetNumber(Hive::Machine, kLegacyRoot, u"EnabledIPRules", 1);
   EXPECT_FALSE(settings::IsSupportIpRules());
   EXPECT_THAT(helper.Traces(), ElementsAre(kYes, kNo));
+}
+
+// In a process of its own, for the key of the current root stays open.
+CHILD_BODY(ReadsIpRulesOfTheLegacyRoot) {
+  SetLogging(false);
+  const bool withoutTheValue = settings::IsSupportIpRules();
+  SetNumber(Hive::Machine, kLegacyRoot, u"EnabledIPRules", 1);
+  const bool ofMachine = settings::IsSupportIpRules();
+  support::CreateKey(Hive::User, kLegacyRoot);
+  const bool ofUser = settings::IsSupportIpRules();
+  return !withoutTheValue && ofMachine && !ofUser ? 0 : 1;
+}
+
+TEST_F(IpRules, AreWhatTheLegacyRootSaysWhenTheCurrentOneHasNoValue) {
+  support::CreateKey(Hive::Machine, kRoot);
+  support::CreateKey(Hive::Machine, kLegacyRoot);
+  EXPECT_EQ(support::StartChild("ReadsIpRulesOfTheLegacyRoot").Wait(), 0);
 }
 
 TEST_F(IpRules, AreOffWhenNeitherGenerationSaysAnything) {
