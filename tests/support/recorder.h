@@ -1,0 +1,6 @@
+// Where a recording client (standInRecorder) reports: to a window of this class, by WM_COPYDATA, its command line.
+#pragma once
+
+namespace support {
+inline constexpr const char16_t* kRecorderClass = u"LumenarTestClientRecorder";
+}  // namespace support
