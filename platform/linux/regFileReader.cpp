@@ -14,10 +14,12 @@ struct Line {
   bool whole = true;      // Has a line end.
 };
 
+bool IsBlank(char unit) { return unit == ' ' || unit == '\t' || unit == '\r'; }
+
 std::string_view Trimmed(std::string_view text) {
-  const std::size_t begin = text.find_first_not_of(" \t\r");
-  if (begin == std::string_view::npos) return {};
-  return text.substr(begin, text.find_last_not_of(" \t\r") - begin + 1);
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  return text;
 }
 
 Line TakeLine(std::string_view& text) {
@@ -46,25 +48,26 @@ bool IsEndOrComment(std::string_view text) {
 // Takes a quoted text. Nothing when it does not end on its line.
 std::optional<std::u16string> TakeQuoted(std::string_view& text) {
   if (!text.starts_with('"')) return std::nullopt;
-  std::string plain;
-  for (std::size_t i = 1; i < text.size(); ++i) {
-    if (text[i] == '"') {
-      text.remove_prefix(i + 1);
-      return FromUtf8(plain);
+  text.remove_prefix(1);
+  std::string plain;  // What is ahead of the last escape.
+  while (true) {
+    const std::size_t quote = text.find('"');
+    if (quote == std::string_view::npos) return std::nullopt;
+    const std::size_t escape = text.substr(0, quote).find('\\');
+    if (escape == std::string_view::npos) {
+      const std::string_view rest = text.substr(0, quote);
+      text.remove_prefix(quote + 1);
+      return FromUtf8(plain.empty() ? rest : plain.append(rest));
     }
-    if (text[i] != '\\') {
-      plain += text[i];
-      continue;
-    }
-    if (++i == text.size()) break;
-    switch (text[i]) {
+    plain.append(text.substr(0, escape));
+    switch (const char escaped = text[escape + 1]) {
       case 'n': plain += '\n'; break;
       case 'r': plain += '\r'; break;
       case '0': plain += '\0'; break;
-      default: plain += text[i]; break;
+      default: plain += escaped; break;
     }
+    text.remove_prefix(escape + 2);
   }
-  return std::nullopt;
 }
 
 std::vector<std::uint8_t> DataOfText(std::u16string_view text) {
@@ -120,8 +123,8 @@ bool TakeHexLine(std::string_view line, std::vector<std::uint8_t>& data, bool& g
 
 // Whether a line can only be the begin of something else, so that no hex goes on in it.
 bool BeginsAnew(std::string_view text) {
-  const std::size_t begin = text.find_first_not_of(" \t\r");
-  return begin != std::string_view::npos && std::string_view("[\"@").find(text[begin]) != std::string_view::npos;
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  return text.starts_with('[') || text.starts_with('"') || text.starts_with('@');
 }
 
 class Reader {

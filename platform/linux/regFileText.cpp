@@ -9,6 +9,14 @@ bool IsPair(std::u16string_view units) {
   return units.size() > 1 && (units[0] & 0xFC00) == 0xD800 && (units[1] & 0xFC00) == 0xDC00;
 }
 
+// How much of a text, from its begin on, is ASCII: nearly every text is it all.
+template <class Text>
+std::size_t PlainLength(Text text) {
+  std::size_t length = 0;
+  while (length < text.size() && (text[length] & ~0x7F) == 0) ++length;
+  return length;
+}
+
 // The code point that the text begins with, surrogates included, and its bytes. U+FFFD for one byte when it is none.
 char32_t PointAt(std::string_view text, std::size_t& length) {
   const auto byte = [&](std::size_t at) { return static_cast<char32_t>(static_cast<unsigned char>(text[at])); };
@@ -40,6 +48,9 @@ std::u16string UnitsOf(std::string_view littleEndian) {
 }  // namespace
 
 void AppendUtf8(std::string& text, std::u16string_view units) {
+  const std::size_t plain = PlainLength(units);
+  text.append(units.begin(), units.begin() + static_cast<std::ptrdiff_t>(plain));
+  units.remove_prefix(plain);
   while (!units.empty()) {
     char32_t point = units[0];
     if (IsPair(units)) {
@@ -63,8 +74,10 @@ void AppendUtf8(std::string& text, std::u16string_view units) {
 }
 
 std::u16string FromUtf8(std::string_view text) {
-  std::u16string units;
+  const std::size_t plain = PlainLength(text);
+  std::u16string units(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(plain));
   units.reserve(text.size());
+  text.remove_prefix(plain);
   while (!text.empty()) {
     std::size_t length = 0;
     const char32_t point = PointAt(text, length);

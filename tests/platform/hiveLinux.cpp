@@ -288,7 +288,7 @@ TEST_F(HiveWriting, NamesOfAnySortComeBack) {
 
 TEST_F(HiveWriting, DataOfAnySortComeBack) {
   Data data;
-  for (int i = 0; i < 70000; ++i) data.push_back(static_cast<std::uint8_t>(i * i >> 7));
+  for (std::uint32_t i = 0; i < 70000; ++i) data.push_back(static_cast<std::uint8_t>(i * i >> 7));
   for (const DWORD type :
        {REG_NONE, REG_SZ, REG_EXPAND_SZ, REG_BINARY, REG_DWORD, REG_MULTI_SZ, REG_QWORD, 0xFFFFFFFF}) {
     for (const std::size_t size : {0U, 1U, 2U, 3U, 4U, 25U, 26U, 50U, 70000U}) {

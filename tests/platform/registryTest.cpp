@@ -557,34 +557,43 @@ TEST_F(RegistryView, IsAMatterOfPathsFromTheRootAlone) {
 
 // ---- Several processes ----
 
+// For each number that the parent says, adds that many values to the test's key, and tells the parent.
 CHILD_BODY(AddsRegistryValues) {
-  UniqueKey key;
-  if (RegOpenKeyExW(HKEY_CURRENT_USER, kBase, 0, KEY_WRITE, key.put()) != 0) return 1;
   support::Say("ready");
-  (void)support::Hear();
-  const int count = std::stoi(arguments[1]);
-  for (int i = 0; i < count; ++i) {
-    const std::u16string name = support::Wide(arguments[0] + "-" + std::to_string(i));
-    if (SetData(key.get(), name.c_str(), REG_BINARY, {static_cast<std::uint8_t>(i)}) != 0) return 2;
+  for (std::string line = support::Hear(); !line.empty(); line = support::Hear()) {
+    UniqueKey key;
+    if (Create(HKEY_CURRENT_USER, kBase, KEY_WRITE, key) != 0) return 1;
+    for (int i = 0; i < std::stoi(line); ++i) {
+      const std::u16string name = support::Wide(arguments[0] + "-" + std::to_string(i));
+      if (SetData(key.get(), name.c_str(), REG_BINARY, {static_cast<std::uint8_t>(i)}) != 0) return 2;
+    }
+    support::Say("added");
   }
   return 0;
 }
 
-TEST_F(Registry, EightProcessesThatWriteAtOnceLoseNothing) {
-  constexpr int kCount = 1000;
+TEST_F(Registry, EightProcessesThatWriteAThousandValuesEachAtOnceLoseNone) {
+  constexpr int kProcesses = 8;
+  constexpr int kRounds = 10;
+  constexpr int kValuesInRound = 100;
   std::vector<support::Process> writers;
-  for (int i = 0; i < 8; ++i) {
-    writers.push_back(support::StartChild("AddsRegistryValues", {std::to_string(i), std::to_string(kCount)}));
+  for (int i = 0; i < kProcesses; ++i) {
+    writers.push_back(support::StartChild("AddsRegistryValues", {std::to_string(i)}));
     ASSERT_EQ(writers.back().Hear(), "ready");
   }
-  for (support::Process& writer : writers) writer.Say("go");
-  for (support::Process& writer : writers) ASSERT_EQ(writer.Wait(), 0);
-  for (int writer = 0; writer < 8; ++writer) {
-    for (int i = 0; i < kCount; ++i) {
-      const std::u16string name = support::Wide(std::to_string(writer) + "-" + std::to_string(i));
-      ASSERT_EQ(Query(key_.get(), name.c_str()).data, std::vector<std::uint8_t>{static_cast<std::uint8_t>(i)});
+  for (int round = 0; round < kRounds; ++round) {
+    for (support::Process& writer : writers) writer.Say(std::to_string(kValuesInRound));
+    for (support::Process& writer : writers) ASSERT_EQ(writer.Hear(), "added");
+    UniqueKey key;
+    ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, kBase, 0, KEY_READ, key.put()), 0);
+    for (int i = 0; i < kProcesses * kValuesInRound; ++i) {
+      const int value = i % kValuesInRound;
+      const std::u16string name = support::Wide(std::to_string(i / kValuesInRound) + "-" + std::to_string(value));
+      ASSERT_EQ(Query(key.get(), name.c_str()).data, std::vector<std::uint8_t>{static_cast<std::uint8_t>(value)});
     }
+    ASSERT_EQ(RegDeleteTreeW(HKEY_CURRENT_USER, kBase), 0);
   }
+  for (support::Process& writer : writers) EXPECT_EQ(writer.Wait(), 0);
 }
 
 CHILD_BODY(ReplacesARegistryValue) {
@@ -615,11 +624,12 @@ TEST_F(Registry, AReaderSeesTheOldValueOrTheNewWhileAnotherProcessWrites) {
 
 TEST_F(Registry, WhatAnotherProcessWritesIsSeenAtTheNextRead) {
   EXPECT_EQ(Query(key_.get(), u"x-0").status, 2);
-  support::Process writer = support::StartChild("AddsRegistryValues", {"x", "1"});
+  support::Process writer = support::StartChild("AddsRegistryValues", {"x"});
   ASSERT_EQ(writer.Hear(), "ready");
-  writer.Say("go");
-  ASSERT_EQ(writer.Wait(), 0);
+  writer.Say("1");
+  ASSERT_EQ(writer.Hear(), "added");
   EXPECT_EQ(Query(key_.get(), u"x-0").status, 0);
+  EXPECT_EQ(writer.Wait(), 0);
 }
 
 }  // namespace
