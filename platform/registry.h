@@ -63,14 +63,15 @@ LSTATUS RegQueryInfoKeyW(HKEY key, std::nullptr_t keyClass, std::nullptr_t class
 // data do not fit. Any out-parameter may be null.
 LSTATUS RegQueryValueExW(HKEY key, const char16_t* valueName, DWORD* reserved, DWORD* type, void* data,
                          DWORD* size) noexcept;
-// As above for `subKey` (null for the key itself), with these two differences: a text is given a terminating NUL when
-// the stored one has none, and a type that `flags` does not allow is ERROR_UNSUPPORTED_TYPE.
+// As above for `subKey` (null for the key itself), with these differences: a text is given a terminating NUL when the
+// stored one has none; a REG_EXPAND_SZ comes as a REG_SZ with its variables put in; and a type that `flags` does not
+// allow is ERROR_UNSUPPORTED_TYPE.
 LSTATUS RegGetValueW(HKEY key, const char16_t* subKey, const char16_t* valueName, DWORD flags, DWORD* type, void* data,
                      DWORD* size) noexcept;
 LSTATUS RegSetValueExW(HKEY key, const char16_t* valueName, DWORD reserved, DWORD type, const void* data,
                        DWORD size) noexcept;
 LSTATUS RegDeleteValueW(HKEY key, const char16_t* valueName) noexcept;
-// Deletes the key with everything under it.
+// Deletes the key with everything under it. Without a `subKey` the key itself is emptied and stays.
 LSTATUS RegDeleteTreeW(HKEY key, const char16_t* subKey) noexcept;
 
 inline constexpr DWORD REG_NOTIFY_CHANGE_NAME = 1;
