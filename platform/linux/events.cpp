@@ -24,12 +24,15 @@ std::shared_ptr<Event> Event::Create(bool manualReset, bool initialState) noexce
 }
 
 bool Event::TryConsume() noexcept {
-  if (manualReset_) return IsReadable(counter_.get());
   std::uint64_t count = 0;
-  return read(counter_.get(), &count, sizeof count) == sizeof count;
+  const bool signalled =
+      manualReset_ ? IsReadable(counter_.get()) : read(counter_.get(), &count, sizeof count) == sizeof count;
+  if (signalled) static_cast<void>(sets_.load(std::memory_order_acquire));
+  return signalled;
 }
 
 void Event::Set() noexcept {
+  sets_.fetch_add(1, std::memory_order_release);
   const std::uint64_t one = 1;
   // A full counter refuses more, and is signalled already.
   [[maybe_unused]] const ssize_t written = write(counter_.get(), &one, sizeof one);

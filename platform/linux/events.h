@@ -1,6 +1,7 @@
 // The event object behind an EventHandle.
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "platform/linux/descriptor.h"
@@ -23,6 +24,9 @@ class Event final : public WaitableObject {
   Event(Descriptor counter, bool manualReset) noexcept : counter_(std::move(counter)), manualReset_(manualReset) {}
 
  private:
+  // What a setter did before is seen by whoever a signal lets through. The host orders this by itself, but the language
+  // knows nothing of descriptors.
+  std::atomic<unsigned> sets_{0};
   Descriptor counter_;  // An eventfd; signalled while it is not 0. One read takes all of it.
   const bool manualReset_;
 };
