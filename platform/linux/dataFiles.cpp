@@ -77,7 +77,11 @@ FileHandle CreateFileW(const char16_t* path, DWORD access, DWORD sharing, std::n
   if (!hostPath) return {};
   // Emptied only once it is ours alone: whoever else has it open keeps the content.
   Descriptor file(open(hostPath->c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0644));
-  if (!file) return Fail<FileHandle>(errno == EISDIR ? EACCES : errno);
+  if (!file) {
+    if (errno != ENOENT) return Fail<FileHandle>(errno == EISDIR ? EACCES : errno);
+    SetLastError(ERROR_PATH_NOT_FOUND);  // What is missing is a folder: the file would have been made.
+    return {};
+  }
   if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
     SetLastError(ERROR_SHARING_VIOLATION);
     return {};
@@ -98,7 +102,7 @@ bool WriteFile(FileHandle handle, const void* data, DWORD size, DWORD* written, 
     const ssize_t count = write(file->Get(), static_cast<const char*>(data) + *written, size - *written);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) {
-      SetLastError(ErrorFromHost(errno));
+      SetLastError(errno == ENOSPC || errno == EDQUOT ? ERROR_DISK_FULL : ErrorFromHost(errno));
       return false;
     }
     *written += static_cast<DWORD>(count);
