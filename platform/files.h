@@ -77,7 +77,7 @@ HRESULT PathCchAppend(char16_t* path, std::size_t size, const char16_t* more) no
 // Replaces %NAME% by the variable's value; what is not set stays. The size of the result with its NUL, also when it
 // does not fit (and then nothing usable is in the buffer); 0 on failure.
 DWORD ExpandEnvironmentStringsA(const char* text, char* expanded, DWORD size) noexcept;
-// The absolute path, without "." and "..", with backslashes.
+// The absolute path, without "." and "..", with backslashes. False when it does not fit.
 bool PathSearchAndQualifyA(const char* path, char* qualified, UINT size) noexcept;
 
 // The user's folder for temporary files, with a backslash at its end. The length in units without the NUL; the length

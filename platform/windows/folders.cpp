@@ -37,7 +37,9 @@ DWORD ExpandEnvironmentStringsA(const char* text, char* expanded, DWORD size) no
 }
 
 bool PathSearchAndQualifyA(const char* path, char* qualified, UINT size) noexcept {
-  return ::PathSearchAndQualifyA(path, qualified, size) != FALSE;
+  if (size == 0) return false;
+  qualified[0] = '\0';  // The system may report success and write nothing when the path does not fit.
+  return ::PathSearchAndQualifyA(path, qualified, size) != FALSE && qualified[0] != '\0';
 }
 
 }  // namespace platform
