@@ -28,6 +28,9 @@ class Machine {
   std::filesystem::path folder_;
 };
 
+// What the names of URL schemes begin with that a test puts among the classes of either hive.
+inline constexpr std::u16string_view kTestScheme = u"lumenar-test-";
+
 enum class Hive : std::uint8_t { User, Machine };
 
 // Write to the machine's registry; every key on the way is created. End the test program when that fails.

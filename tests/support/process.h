@@ -75,6 +75,7 @@ void Say(const std::string& line);
 
 // The environment of this process.
 void SetEnvironment(const std::string& name, const std::string& value);
+void UnsetEnvironment(const std::string& name);
 
 using ChildBody = int (*)(const std::vector<std::string>& arguments);
 // Registers a body at start-up; use CHILD_BODY.

@@ -182,4 +182,6 @@ void SetEnvironment(const std::string& name, const std::string& value) {
   SetEnvironmentVariableW(Widen(name).c_str(), Widen(value).c_str());
 }
 
+void UnsetEnvironment(const std::string& name) { SetEnvironmentVariableW(Widen(name).c_str(), nullptr); }
+
 }  // namespace support

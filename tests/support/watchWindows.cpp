@@ -89,6 +89,8 @@ class Listener : public testing::EmptyTestEventListener {
 
 }  // namespace
 
+void PromiseLeftOpen(const std::string&, unsigned) {}
+
 void WatchTests() { testing::UnitTest::GetInstance()->listeners().Append(new Listener); }
 
 }  // namespace support
