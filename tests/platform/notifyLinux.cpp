@@ -1,0 +1,38 @@
+// What this platform promises of notifications beyond the system's word.
+#include <gtest/gtest.h>
+
+#include "platform/raii.h"
+#include "tests/support/machine.h"
+
+namespace {
+
+using namespace platform;
+using support::Hive;
+
+constexpr DWORD kFilter = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAST_SET;
+constexpr DWORD kBound = 120000;
+
+struct Watched {
+  explicit Watched(const char16_t* path) {
+    support::CreateKey(Hive::User, path);
+    EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, path, 0, KEY_NOTIFY, key.put()), 0);
+    EXPECT_EQ(RegNotifyChangeKeyValue(key.get(), true, kFilter, event.get(), true), 0);
+  }
+  UniqueKey key;
+  UniqueEvent event{CreateEventW(nullptr, false, false, nullptr)};
+};
+
+// The same data again, and a change elsewhere in the hive, are no changes. A second key, watched later and so looked at
+// later, tells when that has been seen.
+TEST(RegistryNotifyOfThisPlatform, WhereNothingChangesThereIsNoSignal) {
+  const support::Machine machine;
+  support::SetText(Hive::User, u"Software\\LumenarTest\\a", u"value", u"same");
+  const Watched quiet(u"Software\\LumenarTest\\a");
+  const Watched loud(u"Software\\LumenarTest\\b");
+  support::SetText(Hive::User, u"Software\\LumenarTest\\a", u"value", u"same");
+  support::SetNumber(Hive::User, u"Software\\LumenarTest\\b", u"x", 1);
+  EXPECT_EQ(WaitForSingleObject(loud.event.get(), kBound), WAIT_OBJECT_0);
+  EXPECT_EQ(WaitForSingleObject(quiet.event.get(), 0), WAIT_TIMEOUT);
+}
+
+}  // namespace
