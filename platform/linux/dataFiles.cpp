@@ -19,6 +19,8 @@
 namespace platform {
 namespace {
 
+constexpr DWORD ERROR_DISK_FULL = 112;
+
 class File final : public KernelObject {
  public:
   explicit File(Descriptor file) noexcept : file_(std::move(file)) {}
