@@ -22,15 +22,15 @@ constexpr HRESULT INSUFFICIENT_BUFFER = static_cast<HRESULT>(0x8007007A);
 
 bool IsSeparator(char unit) { return unit == '\\' || unit == '/'; }
 
-// The path's parts below its root, without "." and with ".." carried out.
-std::vector<std::string_view> PartsOf(std::string_view path) {
+// The path's parts below its root, without "." and with ".." carried out; ".." takes none of the first `kept`.
+std::vector<std::string_view> PartsOf(std::string_view path, std::size_t kept) {
   std::vector<std::string_view> parts;
   while (!path.empty()) {
     const auto length = static_cast<std::size_t>(std::ranges::find_if(path, IsSeparator) - path.begin());
     const std::string_view part = path.substr(0, length);
     path.remove_prefix(std::min(length + 1, path.size()));
     if (part == "..") {
-      if (!parts.empty()) parts.pop_back();
+      if (parts.size() > kept) parts.pop_back();
     } else if (!part.empty() && part != ".") {
       parts.push_back(part);
     }
@@ -42,19 +42,23 @@ std::vector<std::string_view> PartsOf(std::string_view path) {
 // drive.
 std::string Qualified(std::string_view path) {
   std::string root = "C:\\";
+  std::size_t kept = 0;
   if (path.size() >= 2 && path[1] == ':') {
     root[0] = path[0];
     path.remove_prefix(2);
   } else if (path.size() >= 2 && IsSeparator(path[0]) && IsSeparator(path[1])) {
     root = "\\\\";
+    kept = 2;  // The server and its share.
     path.remove_prefix(2);
   }
   std::string qualified = root;
-  for (const std::string_view part : PartsOf(path)) {
+  for (const std::string_view part : PartsOf(path, kept)) {
     if (qualified.size() > root.size()) qualified += '\\';
     qualified += part;
   }
   if (!path.empty() && IsSeparator(path.back()) && qualified.size() > root.size()) qualified += '\\';
+  // No name ends in dots or spaces: the system drops them at a path's end.
+  while (qualified.size() > root.size() && (qualified.back() == '.' || qualified.back() == ' ')) qualified.pop_back();
   return qualified;
 }
 
