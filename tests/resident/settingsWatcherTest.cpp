@@ -92,7 +92,11 @@ class SettingsWatcher : public ResidentTest {
   std::uint32_t changes_ = 0;
 
  private:
-  static platform::LRESULT Record(platform::HWND, platform::UINT message, platform::WPARAM, platform::LPARAM) {
+  static platform::LRESULT Record(platform::HWND window, platform::UINT message, platform::WPARAM wParam,
+                                  platform::LPARAM lParam) {
+    if (message != platform::WM_USER && message != platform::WM_DESTROY && message != kDrained) {
+      return platform::DefWindowProcW(window, message, wParam, lParam);
+    }
     seen.push_back(message);
     return 0;
   }
