@@ -193,7 +193,8 @@ TEST_F(ResidentProcess, AChangeOfARuleReachesTheFiles) {
   AwaitContent(chromeFile, "\"agentRules\" : \"second\"");
   EXPECT_THAT(Content(EdgeFolder() + u"\\1\\data.json"), Optional(HasSubstr("\"agentRules\" : \"second\"")));
   EXPECT_THAT(Content(FirefoxFolder() + u"\\data.json"), Optional(HasSubstr("\"agentRules\" : \"second\"")));
-  SetText(Hive::User, kRoot, u"Origin", u"Agent");
+  SetNumber(Hive::User, kRoot, u"Enabled", 1);
+  SetText(Hive::User, kRoot, u"Origin", u"Agent");  // Now the user's root is whole, and hides the machine's.
   AwaitContent(chromeFile, "\"origin\" : \"Agent\"");
   End();
   EXPECT_EQ(process.Wait(), 0);
@@ -228,7 +229,6 @@ TEST_F(ResidentProcess, OfAnAgentLeavesNothingOfTheUsersBehindWithoutTheOrigin) 
 
 TEST_F(ResidentProcess, OfAClientKeepsItsHandlersWithoutTheOrigin) {
   MakeMachine(u"Client");
-  SetNumber(Hive::User, kRoot, u"DebugLog", 0);
   SetText(Hive::User, kRoot, u"Origin", u"Client");
   SetNumber(Hive::User, kRoot, u"Enabled", 1);
   SetText(Hive::User, kRoot + u"\\" + Scheme(u"a"), u"rules", u"x");
