@@ -1,0 +1,49 @@
+#include "tests/bench/clientMachineLinux.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+namespace bench {
+namespace {
+
+namespace files = std::filesystem;
+
+files::path BesideTests(const std::string& file) { return files::path(support::Beside("..")) / file; }
+
+void Run(const std::string& program, const std::vector<std::string>& arguments) {
+  support::Process process({.program = program, .arguments = arguments, .environment = {}});
+  if (process.Wait() == 0) return;
+  std::fprintf(stderr, "%s failed: %s\n", program.c_str(), process.ErrorOutput().c_str());
+  std::exit(1);
+}
+
+void Probe(const std::string& verb) { Run(BesideTests("standInProbe"), {verb}); }
+
+std::string LogFolder() {
+  support::Process probe({.program = BesideTests("standInProbe"), .arguments = {"places"}, .environment = {}});
+  return probe.Hear();
+}
+
+}  // namespace
+
+ClientMachine::ClientMachine() {
+  Run(BesideTests("standInRegedit"), {LUMENAR_SAMPLE_POLICY});
+  const files::path client = machine_.HostPath(u"C:\\Client\\lumenar-client.exe");
+  files::create_directories(client.parent_path());
+  files::copy_file(support::Beside("emptyStatic"), client);
+  files::create_directories(machine_.HostPath(support::Wide(LogFolder())));
+}
+
+std::string ClientMachine::Program() { return BesideTests("../lumenar-url-protocol-launch-helper"); }
+
+Resident::Resident() : process_({.program = ClientMachine::Program(), .arguments = {}, .environment = {}}) {
+  Probe("await-resident");
+}
+
+Resident::~Resident() {
+  Probe("end-resident");
+  process_.Wait();
+}
+
+}  // namespace bench

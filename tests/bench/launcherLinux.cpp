@@ -1,0 +1,97 @@
+// How long a whole launch takes, from the start of the launcher's process to its end, next to programs that do nothing.
+//
+//   launcher [--runs COUNT]      default 200 runs of each, interleaved
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/bench/clientMachineLinux.h"
+#include "tests/bench/figures.h"
+
+extern char** environ;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* kLaunchUrl = "tavrix-prism-url-launch://apppathrd/path=a/b";
+
+struct Subject {
+  std::string name;
+  std::string program;
+  std::vector<std::string> arguments;
+  std::vector<double> microseconds;
+  long peakKibibytes = 0;
+};
+
+// One whole process. Nothing stands between us and it: no shell, no pipes.
+void Measure(Subject& subject) {
+  std::vector<char*> arguments{subject.program.data()};
+  for (std::string& argument : subject.arguments) arguments.push_back(argument.data());
+  arguments.push_back(nullptr);
+  const Clock::time_point began = Clock::now();
+  pid_t process = 0;
+  const int error = posix_spawn(&process, subject.program.c_str(), nullptr, nullptr, arguments.data(), environ);
+  int status = 0;
+  rusage usage{};
+  if (error != 0 || wait4(process, &status, 0, &usage) != process || status != 0) {
+    std::fprintf(stderr, "%s did not end with 0\n", subject.program.c_str());
+    std::exit(1);
+  }
+  subject.microseconds.push_back(std::chrono::duration<double, std::micro>(Clock::now() - began).count());
+  subject.peakKibibytes = std::max(subject.peakKibibytes, usage.ru_maxrss);
+}
+
+void Print(const Subject& subject, double unit) {
+  const bench::Figures figures = bench::FiguresOf(subject.microseconds);
+  std::printf("%-34s %9.0f %9.0f %9.0f %8.2f %8.2f\n", subject.name.c_str(), figures.median, figures.least,
+              figures.most, figures.median / unit, static_cast<double>(subject.peakKibibytes) / 1024);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const unsigned runs = bench::CountFrom(argc, argv, "--runs", 200);
+  const std::string program = bench::ClientMachine::Program();
+  std::vector<Subject> subjects{
+      {.name = "empty program, statically linked",
+       .program = support::Beside("emptyStatic"),
+       .arguments = {},
+       .microseconds = {}},
+      {.name = "empty program, dynamically linked",
+       .program = support::Beside("emptyDynamic"),
+       .arguments = {},
+       .microseconds = {}},
+      {.name = "launcher, Client road", .program = program, .arguments = {kLaunchUrl}, .microseconds = {}},
+      {.name = "launcher, unknown origin", .program = program, .arguments = {kLaunchUrl}, .microseconds = {}},
+  };
+  const bench::ClientMachine machine;
+  const bench::Resident resident;
+  const std::string dataHome = std::getenv("XDG_DATA_HOME");
+  for (unsigned run = 0; run < runs; ++run) {
+    for (std::size_t i = 0; i < subjects.size(); ++i) {
+      // A machine without any settings has no origin.
+      support::SetEnvironment("XDG_DATA_HOME", i == 3 ? dataHome + "/other" : dataHome);
+      Measure(subjects[i]);
+    }
+  }
+  support::SetEnvironment("XDG_DATA_HOME", dataHome);
+
+  std::printf("whole processes, microseconds, %u runs of each, interleaved\n", runs);
+  std::printf("%-34s %9s %9s %9s %8s %8s\n", "", "median", "least", "most", "ratio", "MiB");
+  const double unit = bench::FiguresOf(subjects[0].microseconds).median;
+  for (const Subject& subject : subjects) Print(subject, unit);
+  rusage own{};
+  getrusage(RUSAGE_SELF, &own);
+  std::printf("MiB: the most memory that a run held; never less than ours at its start (%.2f)\n",
+              static_cast<double>(own.ru_maxrss) / 1024);
+  return 0;
+}
