@@ -1,9 +1,11 @@
 #include "launcher/ruleSearch.h"
 
 #include <algorithm>
+#include <atomic>
 #include <exception>
 #include <regex>
 #include <string>
+#include <thread>
 
 #include "platform/raii.h"
 
@@ -62,6 +64,7 @@ struct Task {
   std::u16string_view rule;
   bool matched = false;
   std::exception_ptr failure;
+  std::atomic<bool> done = false;  // The last that the thread touches of this.
 };
 
 platform::DWORD RunTask(void* parameter) noexcept {
@@ -71,17 +74,18 @@ platform::DWORD RunTask(void* parameter) noexcept {
   } catch (...) {
     task.failure = std::current_exception();  // The caller's to deal with, as if no thread were between.
   }
+  task.done.store(true, std::memory_order_release);
   return 0;
 }
 
 bool SearchOnThreadOfItsOwn(const std::wstring& text, std::u16string_view rule, std::size_t stack) {
-  Task task{.text = text, .rule = rule, .matched = false, .failure = nullptr};
+  Task task{.text = text, .rule = rule, .matched = false, .failure = nullptr, .done = false};
   const platform::UniqueThread thread(
       platform::CreateThread(nullptr, stack, &RunTask, &task, platform::STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr));
   if (!thread) return false;
-  while (platform::WaitForSingleObject(thread.get(), platform::INFINITE) == platform::WAIT_FAILED) {
-    // The thread uses this frame: it must have ended before the frame goes.
-  }
+  platform::WaitForSingleObject(thread.get(), platform::INFINITE);
+  // The thread uses this frame, which must not go before it, also when the system refuses to wait.
+  while (!task.done.load(std::memory_order_acquire)) std::this_thread::yield();
   if (task.failure) std::rethrow_exception(task.failure);
   return task.matched;
 }
