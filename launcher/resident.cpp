@@ -74,7 +74,7 @@ void BringUpToDate(bool enabled) {
 void Serve(bool enabled) {
   const HWND window = CreateHelperWindow();
   if (!window) return;
-  const platform::UniqueEvent shutdownEvent = CreateShutdownEvent();
+  platform::UniqueEvent shutdownEvent = CreateShutdownEvent();
   if (!shutdownEvent) return;
   ShutdownEvent = shutdownEvent.get();
   const platform::UniqueThread watcher = StartWatcher(window);
@@ -82,8 +82,11 @@ void Serve(bool enabled) {
   RunMessageLoop();
 
   if (enabled && IsAgent) settings::RemoveAllDefaultHandlers();
-  platform::SetEvent(ShutdownEvent);
-  if (watcher) platform::WaitForSingleObject(watcher.get(), platform::INFINITE);
+  if (platform::SetEvent(ShutdownEvent)) {
+    if (watcher) platform::WaitForSingleObject(watcher.get(), platform::INFINITE);
+  } else {
+    static_cast<void>(shutdownEvent.release());  // A watcher that cannot be told goes on using it, and ends with us.
+  }
 }
 
 }  // namespace
