@@ -19,6 +19,7 @@ struct Faults {
   unsigned failAt = 0;
   bool persistent = false;
   DWORD error = ERROR_SUCCESS;
+  std::string spared;
   std::vector<std::string> calls;
 };
 
@@ -37,6 +38,7 @@ void Arm(Faults& faults, unsigned failAt, bool persistent, DWORD error) {
   faults.failAt = failAt;
   faults.persistent = persistent;
   faults.error = error;
+  faults.spared.clear();
   faults.calls.clear();
   faults.armed = true;
 }
@@ -47,6 +49,7 @@ void ArmFromEnvironment(Faults& faults) {
   char* end = nullptr;
   const auto failAt = static_cast<unsigned>(std::strtoul(setting, &end, 10));
   Arm(faults, failAt, *end == '+', ERROR_NOT_ENOUGH_MEMORY);
+  if (const char* spared = std::getenv("LUMENAR_FAIL_SPARES")) faults.spared = spared;
 }
 
 // Armed by the environment before the first call, whichever static object makes it. Never destroyed: so does the last.
@@ -80,7 +83,8 @@ bool FaultInjected(const char* call) noexcept {
   if (!faults.armed) return false;
   const std::lock_guard guard(faults.lock);
   const std::size_t number = faults.calls.size() + 1;
-  const bool fails = faults.failAt != 0 && (number == faults.failAt || (faults.persistent && number > faults.failAt));
+  const bool due = number == faults.failAt || (faults.persistent && number > faults.failAt);
+  const bool fails = faults.failAt != 0 && due && faults.spared != call;
   faults.calls.push_back((fails ? "!" : "") + std::string(call));
   if (fails) SetLastError(faults.error);
   return fails;
