@@ -1,0 +1,74 @@
+// Resident helpers whose calls fail, from their start to their end, with launchers whose calls do not.
+#include "tests/fault/faultWalkLinux.h"
+
+namespace fault {
+namespace {
+
+class Resident : public FaultWalk {
+ protected:
+  // From the start, over a launch and a refresh, to the end. The start may fail.
+  static Outcome Live(const FaultMachine& machine, const Fault& fault) {
+    FaultedProcess process({}, fault, machine.ReportPath("faulted"));
+    if (process.AwaitServing()) {
+      for (const std::string& text : {AppPath(), std::string("#createConfigData")}) {
+        EXPECT_EQ(Healthy(machine, {LaunchUrl(text)}).AwaitEnd().exitCode, 0);
+      }
+      EXPECT_TRUE(EndResident());
+    }
+    Ending ending = process.AwaitEnd();
+    return {.ending = std::move(ending), .log = machine.LogTexts()};
+  }
+};
+
+Texts Behind(const std::string& first, Texts texts) {
+  texts.insert(texts.begin(), first);
+  return texts;
+}
+
+TEST_P(Resident, FromStartToEnd) {
+  const FaultMachine machine(u"Client");
+  const Texts all = LaunchTexts();
+  Promise promise{
+      .log = all,
+      .unless = {// The machine's root, behind two places where there is none.
+                 {"RegOpenKeyExW#3", Behind("IsURLRedirectionEnabled: Failed to open url redirection root key.", all)},
+                 {"RegisterClassExW#1", {"Failed to create helper window, err=0x0000057f"}},  // There is no such class.
+                 {"CreateWindowExW#1", {"Failed to create helper window, err=0x00000008"}},
+                 {"CreateEventW#1", {"Failed to create shutdown event, err=0x00000008"}},
+                 {"CreateThread#1", Behind("Failed to create helper thread, err=0x00000008", all)},
+                 // Of the file's path, which is made with the first text.
+                 {"GetTempPathW#1", Without(all, 0)},
+                 {"GetUserNameW#1", Without(all, 0)}}};
+  for (std::size_t text = 0; text < all.size(); ++text) {
+    for (const char* call : {"_wfopen", "fputws", "fclose"}) {
+      promise.unless[call + ("#" + std::to_string(text + 1))] = Without(all, text);
+    }
+  }
+  Walk(machine, promise, [&](const Fault& fault) {
+    Outcome outcome = Live(machine, fault);
+    EXPECT_TRUE(MutexIsFree());
+    return outcome;
+  });
+}
+
+TEST_P(Resident, WhereOneRunsAlready) {
+  const FaultMachine machine(u"Client");
+  Healthy first(machine);
+  ASSERT_TRUE(first.AwaitServing());
+  const Promise promise{.log = {kAlreadyRunning},
+                        .unless = {{"CreateMutexW#1", LaunchTexts()},  // It cannot tell, and starts.
+                                   {"GetTempPathW#1", {}},
+                                   {"GetUserNameW#1", {}},
+                                   {"_wfopen#1", {}},
+                                   {"fputws#1", {}},
+                                   {"fclose#1", {}}},
+                        .residentIsUp = true};
+  Walk(machine, promise, [&](const Fault& fault) { return Live(machine, fault); });
+  ASSERT_TRUE(EndResident());
+  EXPECT_EQ(first.AwaitEnd().exitCode, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, Resident, testing::Values(Mode::Once, Mode::FromThereOn), ModeName);
+
+}  // namespace
+}  // namespace fault
