@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <mutex>
+#include <set>
 #include <vector>
 
 #include "platform/error.h"
@@ -40,6 +42,30 @@ bool IsPrivate(const std::string& folder) {
   if (lstat(folder.c_str(), &status) != 0) return false;
   errno = EACCES;
   return S_ISDIR(status.st_mode) && status.st_uid == geteuid() && (status.st_mode & 077) == 0;
+}
+
+// The folders that this process has made or found once: nobody takes a machine's folders away while it is in use, so
+// the host need not be asked at each call.
+class KnownFolders {
+ public:
+  [[nodiscard]] bool Contain(const std::string& folder) {
+    const std::lock_guard guard(lock_);
+    return folders_.contains(folder);
+  }
+  void Add(const std::string& folder) {
+    const std::lock_guard guard(lock_);
+    folders_.insert(folder);
+  }
+
+ private:
+  std::mutex lock_;
+  std::set<std::string> folders_;
+};
+
+// Never destroyed: threads may still look for folders while the process's statics go.
+KnownFolders& TheKnownFolders() {
+  static KnownFolders& folders = *new KnownFolders;
+  return folders;
 }
 
 std::string Failed() {
@@ -86,16 +112,20 @@ std::string DataFolder() {
     folder += "/.local/share";
   }
   folder += "/lumenar/machine";
-  return MakeFolders(folder) ? folder : Failed();
+  if (TheKnownFolders().Contain(folder)) return folder;
+  if (!MakeFolders(folder)) return Failed();
+  TheKnownFolders().Add(folder);
+  return folder;
 }
 
 std::string RuntimeFolder(std::string_view name) {
   std::string folder = FolderFromEnvironment("XDG_RUNTIME_DIR");
   folder += folder.empty() ? "/tmp/lumenar-" + std::to_string(geteuid()) : "/lumenar";
-  if (!MakeFolders(folder) || !IsPrivate(folder)) return Failed();
-  folder += '/';
-  folder += name;
-  return MakeFolder(folder) ? folder : Failed();
+  const std::string named = (folder + '/').append(name);
+  if (TheKnownFolders().Contain(named)) return named;
+  if (!MakeFolders(folder) || !IsPrivate(folder) || !MakeFolder(named)) return Failed();
+  TheKnownFolders().Add(named);
+  return named;
 }
 
 std::optional<std::string> HostPath(std::u16string_view machinePath) {

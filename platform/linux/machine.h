@@ -3,7 +3,8 @@
 //   $XDG_DATA_HOME/lumenar/machine/    machine.reg, user.reg, drive_c/      (default ~/.local/share)
 //   $XDG_RUNTIME_DIR/lumenar/          windows/, mutexes/                   (default a 0700 folder under /tmp)
 //
-// The folders are looked up in the environment at each call, so that a test can move from one machine to the next.
+// The folders are looked up in the environment at each call, so that a test can move from one machine to the next. Each
+// is made once in a process's life, and must then stay.
 #pragma once
 
 #include <optional>
