@@ -103,8 +103,8 @@ Texts Without(Texts texts, std::size_t place) {
   return texts;
 }
 
-std::string ModeName(const testing::TestParamInfo<Mode>& mode) {
-  return mode.param == Mode::Once ? "Once" : "FromThereOn";
-}
+void PrintTo(Mode mode, std::ostream* stream) { *stream << (mode == Mode::Once ? "Once" : "FromThereOn"); }
+
+std::string ModeName(const testing::TestParamInfo<Mode>& mode) { return testing::PrintToString(mode.param); }
 
 }  // namespace fault

@@ -39,6 +39,7 @@ struct Promise {
 };
 
 enum class Mode : std::uint8_t { Once, FromThereOn };
+void PrintTo(Mode mode, std::ostream* stream);
 
 class FaultWalk : public testing::TestWithParam<Mode> {
  protected:
