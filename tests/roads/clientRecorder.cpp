@@ -5,12 +5,14 @@
 #include <chrono>
 #include <cstring>
 
+#include "tests/roads/watchedProcess.h"
 #include "tests/support/recorder.h"
 
 namespace roads {
 namespace {
 
 constexpr std::chrono::seconds kLongestStart(60);
+constexpr std::uint32_t kLongestEnd = 60000;
 
 ClientRecorder* current = nullptr;
 
@@ -23,8 +25,10 @@ ClientRecorder::ClientRecorder() {
   changed_.wait(guard, [this] { return serving_; });
 }
 
+// A client that is just ending still keeps its program's file.
 ClientRecorder::~ClientRecorder() {
   Release();
+  for (const std::uint32_t process : processes_) EXPECT_TRUE(EndsWithin(process, kLongestEnd));
   platform::PostMessageW(window_, platform::WM_DESTROY, 0, 0);
   thread_.join();
   current = nullptr;
@@ -32,13 +36,18 @@ ClientRecorder::~ClientRecorder() {
 
 std::u16string ClientRecorder::Next() {
   std::unique_lock guard(lock_);
-  if (!changed_.wait_for(guard, kLongestStart, [this] { return !lines_.empty(); })) {
+  if (!changed_.wait_for(guard, kLongestStart, [this] { return !reports_.empty(); })) {
     ADD_FAILURE() << "no client was started";
     return {};
   }
-  std::u16string line = std::move(lines_.front());
-  lines_.pop_front();
-  return line;
+  const Report report = std::move(reports_.front());
+  reports_.pop_front();
+  const bool ends = !held_;
+  guard.unlock();
+  if (ends) {
+    EXPECT_TRUE(EndsWithin(report.process, kLongestEnd));
+  }
+  return report.line;
 }
 
 void ClientRecorder::Hold() {
@@ -61,11 +70,13 @@ platform::LRESULT ClientRecorder::WindowProcedure(platform::HWND window, platfor
   }
 }
 
-void ClientRecorder::Take(const platform::COPYDATASTRUCT& report) {
-  std::u16string line(report.cbData / sizeof(char16_t), u'\0');
-  std::memcpy(line.data(), report.lpData, line.size() * sizeof(char16_t));
+void ClientRecorder::Take(const platform::COPYDATASTRUCT& message) {
+  Report report{.process = static_cast<std::uint32_t>(message.dwData),
+                .line = std::u16string(message.cbData / sizeof(char16_t), u'\0')};
+  std::memcpy(report.line.data(), message.lpData, report.line.size() * sizeof(char16_t));
   std::unique_lock guard(lock_);
-  lines_.push_back(std::move(line));
+  processes_.push_back(report.process);
+  reports_.push_back(std::move(report));
   changed_.notify_all();
   changed_.wait(guard, [this] { return !held_; });
 }

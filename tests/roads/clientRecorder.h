@@ -2,10 +2,12 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/window.h"
 
@@ -19,8 +21,8 @@ class ClientRecorder {
   ClientRecorder(const ClientRecorder&) = delete;
   ClientRecorder& operator=(const ClientRecorder&) = delete;
 
-  // The command line of the next client, in the order of their reports. Waits for it; empty, and the test fails, when
-  // none comes.
+  // The command line of the next client, in the order of their reports. Waits for it and, unless clients are held, for
+  // its end; empty, and the test fails, when none comes.
   [[nodiscard]] std::u16string Next();
 
   // From now on clients that report get no answer, and so do not end, until they are released.
@@ -28,14 +30,20 @@ class ClientRecorder {
   void Release();
 
  private:
+  struct Report {
+    std::uint32_t process;
+    std::u16string line;
+  };
+
   static platform::LRESULT WindowProcedure(platform::HWND window, platform::UINT message, platform::WPARAM wParam,
                                            platform::LPARAM lParam);
   void Serve();
-  void Take(const platform::COPYDATASTRUCT& report);
+  void Take(const platform::COPYDATASTRUCT& message);
 
   std::mutex lock_;
   std::condition_variable changed_;
-  std::deque<std::u16string> lines_;
+  std::deque<Report> reports_;
+  std::vector<std::uint32_t> processes_;  // Of all clients that have reported.
   bool held_ = false;
   bool serving_ = false;
   platform::HWND window_;

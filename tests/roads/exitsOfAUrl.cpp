@@ -82,10 +82,10 @@ const Exit kExits[] = {
 };
 
 TEST(ExitsOfAUrl, FollowOriginTextAndRules) {
+  RoadMachine machine;
   for (const Exit& exit : kExits) {
     SCOPED_TRACE(support::Narrow(exit.origin) + " / " + support::Narrow(exit.text) + " / " +
                  support::Narrow(exit.allowlist));
-    RoadMachine machine;
     machine.SetUp(exit.origin, exit.allowlist);
     machine.StartResident();
     static_cast<void>(machine.NewLog());  // What its start had to say.
@@ -94,14 +94,16 @@ TEST(ExitsOfAUrl, FollowOriginTextAndRules) {
 
     Texts expected = exit.log;
     if (exit.client != nullptr) {
+      // A client that another exit had started would be the one that comes here.
       const std::u16string line = machine.Client() + u" \"" + exit.client + u'"';
       EXPECT_EQ(machine.NextClient(), line);
       expected.push_back("StartRemoteApp: " + support::Narrow(line) + "\n");
     }
     EXPECT_EQ(machine.NewLog(), expected);
-    EXPECT_TRUE(machine.NoOtherClient());
     EXPECT_EQ(machine.EndResident(), 0);
   }
+  machine.StartResident();
+  EXPECT_TRUE(machine.NoOtherClient());
 }
 
 TEST(ExitsOfAUrl, UnknownOriginDropsSilently) {

@@ -9,7 +9,10 @@
 namespace roads {
 
 // Waits until the process has ended, at most so long. False when it still runs.
-[[nodiscard]] bool EndsWithin(const support::Process& process, std::uint32_t milliseconds);
+[[nodiscard]] bool EndsWithin(std::uint32_t processId, std::uint32_t milliseconds);
+[[nodiscard]] inline bool EndsWithin(const support::Process& process, std::uint32_t milliseconds) {
+  return EndsWithin(process.Id(), milliseconds);
+}
 
 // The process stands still until it is resumed.
 void Suspend(const support::Process& process);

@@ -11,8 +11,8 @@ namespace roads {
 const int kAbnormalEnd = 128 + SIGABRT;
 const int kRepetitions = 20;
 
-bool EndsWithin(const support::Process& process, std::uint32_t milliseconds) {
-  const int descriptor = static_cast<int>(syscall(SYS_pidfd_open, process.Id(), 0));
+bool EndsWithin(std::uint32_t processId, std::uint32_t milliseconds) {
+  const int descriptor = static_cast<int>(syscall(SYS_pidfd_open, processId, 0));
   if (descriptor < 0) return true;
   pollfd state{.fd = descriptor, .events = POLLIN, .revents = 0};
   const bool ended = poll(&state, 1, static_cast<int>(milliseconds)) > 0;

@@ -18,7 +18,7 @@ constexpr int kTextControl = 0xFFFF;
 
 class OpenedProcess {
  public:
-  OpenedProcess(const support::Process& process, DWORD access) : handle_(OpenProcess(access, FALSE, process.Id())) {}
+  OpenedProcess(DWORD id, DWORD access) : handle_(OpenProcess(access, FALSE, id)) {}
   OpenedProcess(const OpenedProcess&) = delete;
   OpenedProcess& operator=(const OpenedProcess&) = delete;
   ~OpenedProcess() {
@@ -33,7 +33,7 @@ class OpenedProcess {
 // The system has no documented call for this; debuggers use these.
 void CallOnProcess(const support::Process& process, const char* call) {
   using Call = LONG(WINAPI*)(HANDLE);
-  const OpenedProcess opened(process, PROCESS_SUSPEND_RESUME);
+  const OpenedProcess opened(process.Id(), PROCESS_SUSPEND_RESUME);
   const auto function = reinterpret_cast<Call>(  // By way of a type that any function pointer may become.
       reinterpret_cast<void (*)()>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), call)));
   ASSERT_NE(function, nullptr) << call;
@@ -66,8 +66,8 @@ BOOL CALLBACK IsBoxOf(HWND window, LPARAM parameter) {
 
 }  // namespace
 
-bool EndsWithin(const support::Process& process, std::uint32_t milliseconds) {
-  const OpenedProcess opened(process, SYNCHRONIZE);
+bool EndsWithin(std::uint32_t processId, std::uint32_t milliseconds) {
+  const OpenedProcess opened(processId, SYNCHRONIZE);
   return opened.get() == nullptr || WaitForSingleObject(opened.get(), milliseconds) == WAIT_OBJECT_0;
 }
 

@@ -1,4 +1,5 @@
-// Where a recording client (standInRecorder) reports: to a window of this class, by WM_COPYDATA, its command line.
+// Where a recording client (standInRecorder) reports: to a window of this class, by WM_COPYDATA, its command
+// line; the tag is its process id.
 #pragma once
 
 namespace support {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "platform/entry.h"
+#include "platform/handles.h"
 #include "platform/shell.h"
 #include "platform/window.h"
 #include "tests/support/recorder.h"
@@ -16,8 +17,9 @@ int platform::ProgramMain() {
   const HWND recorder = FindWindowW(support::kRecorderClass, nullptr);
   if (!recorder) return 1;
   std::u16string line = GetCommandLineW();
-  COPYDATASTRUCT report{
-      .dwData = 0, .cbData = static_cast<DWORD>(line.size() * sizeof(char16_t)), .lpData = line.data()};
+  COPYDATASTRUCT report{.dwData = GetCurrentProcessId(),
+                        .cbData = static_cast<DWORD>(line.size() * sizeof(char16_t)),
+                        .lpData = line.data()};
   return SendMessageTimeoutW(recorder, WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&report), SMTO_NORMAL, kLongestAnswer,
                              nullptr) != 0
              ? 0
