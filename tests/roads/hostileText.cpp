@@ -14,9 +14,9 @@ constexpr const char* kEnabled = "CheckAppPathSettings: Url Redirection is enabl
 
 class HostileText : public testing::Test {
  protected:
-  HostileText() {
+  explicit HostileText(bool debugLog = false) {
     machine_.SetUp(u"Client", u".");
-    machine_.SetDebugLog(false);
+    machine_.SetDebugLog(debugLog);
     machine_.StartResident();
     static_cast<void>(machine_.NewLog());
   }
@@ -93,8 +93,12 @@ TEST_F(HostileText, OfTheGreatestLengthIsRefusedByARuleThatSeeksFurther) {
   EXPECT_TRUE(machine_.NoOtherClient());
 }
 
-TEST_F(HostileText, OfTheGreatestLengthIsTracedWhole) {
-  machine_.SetDebugLog(true);
+class TracedText : public HostileText {
+ protected:
+  TracedText() : HostileText(true) {}
+};
+
+TEST_F(TracedText, OfTheGreatestLengthIsTracedWhole) {
   machine_.SetAllowlist(u"nothing");
   const std::u16string request = u"apppathrd/path=" + LongestPath(u"");
   EXPECT_EQ(machine_.Launch(request), 0);
@@ -102,10 +106,7 @@ TEST_F(HostileText, OfTheGreatestLengthIsTracedWhole) {
               ElementsAre(kEnabled, "Do not redirect the app path: '" + support::Narrow(request) + "'.\n"));
 }
 
-class MalformedRule : public HostileText {
- protected:
-  MalformedRule() { machine_.SetDebugLog(true); }
-};
+class MalformedRule : public TracedText {};
 
 TEST_F(MalformedRule, EndsTheLauncherAbnormallyAndNobodyElse) {
   for (const char16_t* rule : {u"(", u"[", u"a{2,1}", u"*", u"nothing;\\"}) {
@@ -119,7 +120,6 @@ TEST_F(MalformedRule, EndsTheLauncherAbnormallyAndNobodyElse) {
 
 TEST_F(MalformedRule, EndsTheLauncherAlsoFromTheThreadOfALongSearch) {
   machine_.SetAllowlist(u"nothing*;(");
-  machine_.SetDebugLog(false);
   EXPECT_EQ(machine_.Launch(u"apppathrd/path=" + LongestPath(u"")), kAbnormalEnd);
   EXPECT_TRUE(machine_.NoOtherClient());
 }
@@ -132,10 +132,10 @@ TEST_F(MalformedRule, IsNotReachedBehindOneThatMatches) {
 TEST_F(MalformedRule, IsNotReachedByATextThatNeedsNoRules) {
   machine_.SetAllowlist(u"(");
   EXPECT_EQ(machine_.Launch(u"http://x"), 0);
-  machine_.SetOrigin(u"Agent");
-  EXPECT_EQ(machine_.Launch(u"http://x"), 0);
   EXPECT_THAT(machine_.NewLog(),
               ElementsAre("SendMessageToRedirectAppPathToAgent: The app path is invalid: http://x\n"));
+  machine_.SetOrigin(u"Agent");
+  EXPECT_EQ(machine_.Launch(u"http://x"), 0);
 }
 
 }  // namespace

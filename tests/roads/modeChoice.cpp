@@ -9,8 +9,12 @@ namespace roads {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::AnyOf;
+using testing::Each;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 // A scheme whose registered handler is the recording client.
 constexpr const char16_t* kSchemeKey = u"Software\\Classes\\lumenar-test";
@@ -42,7 +46,7 @@ void ExpectMessage(RoadMachine& machine, const std::vector<std::u16string>& argu
   support::Process process = machine.Start(arguments);
   const MessageBox box = AwaitMessageBox(process);
   EXPECT_EQ(box.caption, support::Narrow(arguments.front()));
-  EXPECT_THAT(box.text, testing::Not(IsEmpty()));
+  EXPECT_THAT(box.text, Not(IsEmpty()));
   EXPECT_EQ(Await(process), 0);
   EXPECT_THAT(machine.NewLog(), IsEmpty());
 }
@@ -96,8 +100,7 @@ TEST(RefreshMarker, AnywhereInTheTextKeepsItFromBeingRouted) {
   static_cast<void>(machine.NewLog());
   EXPECT_EQ(machine.Launch(u"#createConfigData"), 0);
   EXPECT_EQ(machine.Launch(u"apppathrd/path=a#createConfigDatab"), 0);
-  EXPECT_TRUE(machine.Settle());
-  EXPECT_THAT(machine.NewLog(), IsEmpty());
+  EXPECT_THAT(machine.NewLog(), Each(Not(AnyOf(HasSubstr("app path"), HasSubstr("CheckAppPathSettings")))));
   EXPECT_TRUE(machine.NoOtherClient());
   EXPECT_EQ(machine.EndResident(), 0);
 }

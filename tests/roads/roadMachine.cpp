@@ -125,6 +125,7 @@ RoadMachine::~RoadMachine() {
 }
 
 void RoadMachine::SetUp(std::u16string_view origin, std::u16string_view allowlist) {
+  support::CreateKey(Hive::User, u"Software\\Corvane\\Lumenar");  // Without it the watcher has something to report.
   SetOrigin(origin);
   support::SetNumber(Hive::Machine, kRoot, u"Enabled", 1);
   SetDebugLog(true);

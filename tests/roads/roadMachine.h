@@ -26,7 +26,8 @@ class RoadMachine {
   RoadMachine(const RoadMachine&) = delete;
   RoadMachine& operator=(const RoadMachine&) = delete;
 
-  // ---- Settings. ----
+  // ---- Settings. A running resident follows all but the policy, and may then log something of its own at any time.
+  // ----
 
   // An enabled machine of that origin with DebugLog on, and a policy of host "host1" and item "Calc".
   void SetUp(std::u16string_view origin, std::u16string_view allowlist = u"^apppathrd/path=");
