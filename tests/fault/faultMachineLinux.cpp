@@ -17,6 +17,18 @@ namespace {
 namespace files = std::filesystem;
 using support::Hive;
 
+// Puts the file back to what it was, as a whole: a resident helper may be watching it.
+void PutBack(const files::path& file, const files::path& kept) {
+  const auto bytes = [](const files::path& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(stream), {});
+  };
+  if (bytes(file) == bytes(kept)) return;
+  const files::path passing = kept.string() + ".new";
+  files::copy_file(kept, passing, files::copy_options::overwrite_existing);
+  files::rename(passing, file);
+}
+
 constexpr const char16_t* kProduct = u"Software\\Corvane\\Lumenar";
 constexpr const char16_t* kRoot = u"Software\\Corvane\\Lumenar\\URLRedirection";
 constexpr const char16_t* kPolicy = u"Software\\Policies\\Corvane\\Lumenar\\URLRedirection\\apppath";
@@ -29,6 +41,7 @@ void WriteSettings(std::u16string_view origin) {
   support::SetText(Hive::Machine, kPolicy, u"allowlist", u"^(a|b)*((c|d)*)never;^apppathrd/path=");
   support::SetText(Hive::Machine, kPolicy, u"brokerHostname", u"host1");
   support::SetText(Hive::Machine, kPolicy, u"remoteItem", u"Calc");
+  support::CreateKey(Hive::User, kProduct);  // Where the settings watcher watches.
   support::SetText(Hive::User, u"Software\\Classes\\fault\\shell\\open\\command", u"",
                    u"\"C:\\Client\\lumenar-client.exe\" \"%1\"");
 }
@@ -57,9 +70,7 @@ FaultMachine::FaultMachine(std::u16string_view origin)
 }
 
 void FaultMachine::Restore() const {
-  for (const char* hive : {"machine.reg", "user.reg"}) {
-    files::copy_file(kept_ / hive, hives_ / hive, files::copy_options::overwrite_existing);
-  }
+  for (const char* hive : {"machine.reg", "user.reg"}) PutBack(hives_ / hive, kept_ / hive);
   for (const auto& log : files::directory_iterator(logs_)) files::remove(log);
 }
 

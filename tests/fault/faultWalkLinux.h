@@ -35,6 +35,7 @@ struct Outcome {
 struct Promise {
   Texts log;                            // When nothing that matters for the log fails.
   std::map<std::string, Texts> unless;  // By the call that fails once: "NtOpenKey#2" is the second of its name.
+  bool amongOthers = false;             // The log has texts of the settings and of the browsers' data as well.
   bool residentIsUp = false;            // Next to the process; so that another one leaves its mutex handle open.
 };
 
