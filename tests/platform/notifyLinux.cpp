@@ -35,4 +35,13 @@ TEST(RegistryNotifyOfThisPlatform, WhereNothingChangesThereIsNoSignal) {
   EXPECT_EQ(WaitForSingleObject(quiet.event.get(), 0), WAIT_TIMEOUT);
 }
 
+// As on Windows; Wine 8 gives no signal, and lets the deleted key be watched on.
+TEST(RegistryNotifyOfThisPlatform, TheDeletionOfTheKeyIsSignalledAndThenItCannotBeWatched) {
+  const support::Machine machine;
+  const Watched watched(u"Software\\LumenarTest\\a");
+  support::DeleteKey(Hive::User, u"Software\\LumenarTest\\a");
+  EXPECT_EQ(WaitForSingleObject(watched.event.get(), kBound), WAIT_OBJECT_0);
+  EXPECT_NE(RegNotifyChangeKeyValue(watched.key.get(), true, kFilter, watched.event.get(), true), 0);
+}
+
 }  // namespace

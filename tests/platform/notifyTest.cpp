@@ -139,13 +139,6 @@ TEST_F(RegistryNotify, SignalsAChangeByAnotherProcess) {
   EXPECT_EQ(child.Wait(), 0);
 }
 
-TEST_F(RegistryNotify, SignalsTheDeletionOfTheKeyAndThenCannotBeArmed) {
-  ASSERT_EQ(Arm(), 0);
-  support::DeleteKey(Hive::User, kKey);
-  EXPECT_TRUE(Signalled());
-  EXPECT_NE(Arm(), 0);
-}
-
 TEST_F(RegistryNotify, AfterABurstOfChangesTheLastOneHasBeenSignalled) {
   ASSERT_EQ(Arm(), 0);
   support::Process child = support::StartChild("ChangesTheWatchedKey");
