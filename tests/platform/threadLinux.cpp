@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <fstream>
 #include <string>
 
@@ -46,6 +47,29 @@ TEST(ThreadOnLinux, RefusesFlagsThatItDoesNotKnow) {
   EXPECT_FALSE(CreateThread(
       nullptr, 0, [](void*) -> DWORD { return 0; }, nullptr, kSuspended, nullptr));
   EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+struct SaysWhenItGoes {
+  std::atomic<bool>* gone = nullptr;
+  ~SaysWhenItGoes() {
+    if (gone != nullptr) *gone = true;
+  }
+};
+thread_local SaysWhenItGoes ofTheThread;
+
+TEST(ThreadOnLinux, DestroysItsObjectsBeforeItIsSignalled) {
+  for (int i = 0; i < 50; ++i) {
+    std::atomic<bool> gone{false};
+    const UniqueThread thread(CreateThread(
+        nullptr, 0,
+        [](void* parameter) -> DWORD {
+          ofTheThread.gone = static_cast<std::atomic<bool>*>(parameter);
+          return 0;
+        },
+        &gone, 0, nullptr));
+    ASSERT_EQ(WaitForSingleObject(thread.get(), INFINITE), WAIT_OBJECT_0);
+    EXPECT_TRUE(gone);
+  }
 }
 
 }  // namespace

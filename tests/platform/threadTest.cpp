@@ -51,28 +51,6 @@ TEST(Thread, RunsOnWhenItsHandleIsClosed) {
   EXPECT_EQ(WaitForSingleObject(meeting.left.get(), INFINITE), WAIT_OBJECT_0);
 }
 
-struct SaysWhenItGoes {
-  std::atomic<bool>* gone = nullptr;
-  ~SaysWhenItGoes() {
-    if (gone != nullptr) *gone = true;
-  }
-};
-thread_local SaysWhenItGoes ofTheThread;
-
-TEST(Thread, DestroysItsObjectsBeforeItIsSignalled) {
-  for (int i = 0; i < 50; ++i) {
-    std::atomic<bool> gone{false};
-    const UniqueThread thread = Start(
-        [](void* parameter) -> DWORD {
-          ofTheThread.gone = static_cast<std::atomic<bool>*>(parameter);
-          return 0;
-        },
-        &gone);
-    ASSERT_EQ(WaitForSingleObject(thread.get(), INFINITE), WAIT_OBJECT_0);
-    EXPECT_TRUE(gone);
-  }
-}
-
 // Uses about so many bytes of stack.
 DWORD Descend(std::size_t bytes) {
   volatile char frame[4096];

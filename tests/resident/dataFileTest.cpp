@@ -106,7 +106,6 @@ TEST_F(DataFile, AFolderThatCannotBeListedHasNoVersionsAndNoMessage) {
   std::vector<std::u16string> list;
   browser::ListExtensionVersionDirs(list, folder + u"\\missing");
   browser::ListExtensionVersionDirs(list, folder + u"\\file");
-  browser::ListExtensionVersionDirs(list, u"");
   browser::ListExtensionVersionDirs(list, folder + u"\\bad|name");
   EXPECT_THAT(list, IsEmpty());
   EXPECT_THAT(log.Texts(), IsEmpty());

@@ -8,6 +8,7 @@
 #include "launcher/debugLog.h"
 #include "platform/files.h"
 #include "platform/raii.h"
+#include "tests/support/targets.h"
 
 namespace resident {
 namespace {
@@ -53,9 +54,11 @@ std::optional<Value> Stored(Hive hive, const std::u16string& key, const std::u16
   return value;
 }
 
-Value Unterminated(std::u16string_view text) { return {platform::REG_SZ, BytesOf(text)}; }
+Value Unterminated(std::u16string_view text) {
+  return support::kStoresNulBehindText ? Terminated(text) : Value{platform::REG_SZ, BytesOf(text)};
+}
 
-Value Terminated(std::u16string_view text) { return Unterminated(std::u16string(text) + u'\0'); }
+Value Terminated(std::u16string_view text) { return {platform::REG_SZ, BytesOf(std::u16string(text) + u'\0')}; }
 
 bool KeyExists(Hive hive, const std::u16string& key) { return static_cast<bool>(Opened(hive, key)); }
 

@@ -31,7 +31,10 @@ platform::UniqueKey Created(Hive hive, std::u16string_view key) {
 
 void SetBytes(Hive hive, std::u16string_view key, std::u16string_view name, std::uint32_t type,
               const std::vector<std::uint8_t>& bytes) {
-  Check(platform::RegSetValueExW(Created(hive, key).get(), std::u16string(name).c_str(), 0, type, bytes.data(),
+  // Exactly these bytes: the system would store a NUL that it finds behind a text as well.
+  std::vector<std::uint8_t> guarded = bytes;
+  guarded.insert(guarded.end(), {0xFF, 0xFF});
+  Check(platform::RegSetValueExW(Created(hive, key).get(), std::u16string(name).c_str(), 0, type, guarded.data(),
                                  static_cast<platform::DWORD>(bytes.size())),
         "RegSetValueExW");
 }

@@ -9,8 +9,9 @@
 namespace support {
 namespace {
 
-// A hive is written as a whole for each value, and a disk makes each of these writes wait for it; memory does not. Where
-// no program may be started from there, or the environment names a folder, the machine is made in the usual place.
+// A hive is written as a whole for each value, and a disk makes each of these writes wait for it; memory does not.
+// Where no program may be started from there, or the environment names a folder, the machine is made in the usual
+// place.
 std::filesystem::path PlaceForMachines() {
   constexpr const char* kMemory = "/dev/shm";
   struct statvfs place = {};

@@ -1,6 +1,7 @@
 #include <string>
 
 #include "settings/redirectionSettings.h"
+#include "tests/support/targets.h"
 #include "tests/unit/frontEndTest.h"
 
 namespace unit {
@@ -90,8 +91,8 @@ TEST_F(AppPathSettings, AreTurnedOffByTheUsersThirtyTwoBitView) {
   SetNumber(Hive::Machine, kRoot, u"Enabled", 1);
   SetNumber(Hive::User, kRoot32, u"Enabled", 0);
   StorePolicy(kPolicy);
-  EXPECT_FALSE(Check());
-  EXPECT_THAT(helper.Traces(), IsEmpty());
+  EXPECT_EQ(Check(), !support::kUserHas32BitView);
+  EXPECT_EQ(helper.Traces().empty(), support::kUserHas32BitView);
 }
 
 TEST_F(AppPathSettings, AreNotTurnedOnByTheUsersThirtyTwoBitView) {
@@ -132,10 +133,16 @@ TEST_F(AppPathSettings, FailSilentlyWhenTheLegacyRootIsOffOrSaysNothing) {
   EXPECT_FALSE(Check());
   SetNumber(Hive::Machine, kLegacyRoot, u"Enabled", 0);
   EXPECT_FALSE(Check());
+  EXPECT_THAT(helper.Traces(), IsEmpty());
+}
+
+TEST_F(AppPathSettings, OfTheLegacyRootAreTurnedOffByTheUsersThirtyTwoBitView) {
+  SetText(Hive::Machine, kRoot, u"Origin", u"Client");
+  StorePolicy(kPolicy);
   SetNumber(Hive::Machine, kLegacyRoot, u"Enabled", 1);
   SetNumber(Hive::User, kLegacyRoot32, u"Enabled", 0);
-  EXPECT_FALSE(Check());
-  EXPECT_THAT(helper.Traces(), IsEmpty());
+  EXPECT_EQ(Check(), !support::kUserHas32BitView);
+  EXPECT_EQ(helper.Traces().empty(), support::kUserHas32BitView);
 }
 
 TEST_F(AppPathSettings, OfAnEmptyUsersRootWithAnOriginMoveOnToTheLegacyRootThoughTheMachineIsEnabled) {

@@ -13,6 +13,7 @@
 #include "platform/raii.h"
 #include "settings/redirectionSettings.h"
 #include "tests/support/process.h"
+#include "tests/support/targets.h"
 #include "tests/unit/frontEndTest.h"
 
 namespace unit {
@@ -45,6 +46,7 @@ struct Row {
   }
   // What the user's 32-bit view says of a generation.
   [[nodiscard]] std::optional<bool> View(bool legacy) const {
+    if (!support::kUserHas32BitView) return std::nullopt;
     if (view == (legacy ? View32::LegacyOff : View32::CurrentOff)) return false;
     if (view == (legacy ? View32::LegacyOn : View32::CurrentOn)) return true;
     return std::nullopt;
