@@ -280,7 +280,10 @@ TEST(RuleSearchForALongRule, ManyAlternativesAreFound) {
 }
 
 TEST(RuleSearchForALongRule, OneBeyondTheMatchersLimitIsMalformed) {
-  EXPECT_THROW(static_cast<void>(ContainsMatch(u"a", std::u16string(200000, u'a'))), std::regex_error);
+  // In groups: the address sanitizer loses track of a throw from more than 64 MiB of stack.
+  std::u16string rule;
+  for (int i = 0; i < 400; ++i) rule += u"(" + std::u16string(500, u'a') + u")";
+  EXPECT_THROW(static_cast<void>(ContainsMatch(u"a", rule)), std::regex_error);
 }
 
 }  // namespace
