@@ -69,6 +69,7 @@ show_resident_road() {
   resident=''
   show_files 'Data files:'
   show_registrations
+  # shellcheck disable=SC2034 # show_log shows it
   log=$(log_of_this_run)
   show_log
   ((resident_code == 0)) || resident_fails "the resident helper's exit code is $resident_code, not 0"

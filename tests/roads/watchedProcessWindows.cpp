@@ -22,7 +22,7 @@ class OpenedProcess {
   OpenedProcess(const OpenedProcess&) = delete;
   OpenedProcess& operator=(const OpenedProcess&) = delete;
   ~OpenedProcess() {
-    if (handle_ != nullptr) CloseHandle(handle_);
+    if (handle_ != nullptr) CloseHandle(handle_);  // closes by hand: the system's own handle type
   }
   [[nodiscard]] HANDLE get() const { return handle_; }
 
