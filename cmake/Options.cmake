@@ -13,10 +13,6 @@ target_compile_definitions(lumenar_options INTERFACE _GLIBCXX_ASSERTIONS)
 
 if(LUMENAR_SANITIZER STREQUAL "address")
   set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all)
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # What the sanitizer puts into the library's templates misleads this warning; every other build has it.
-    target_compile_options(lumenar_options INTERFACE -Wno-maybe-uninitialized)
-  endif()
 elseif(LUMENAR_SANITIZER STREQUAL "thread")
   set(sanitizers -fsanitize=thread)
 elseif(NOT LUMENAR_SANITIZER STREQUAL "")
