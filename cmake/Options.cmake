@@ -39,3 +39,13 @@ if(WIN32)
   target_link_options(lumenar_options INTERFACE -static -fstack-protector-strong -Wl,--dynamicbase,--nxcompat,--high-entropy-va)
   target_compile_definitions(lumenar_options INTERFACE UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
 endif()
+
+# lumenar_deep_recursion(SOURCE ...)
+#
+# For files whose matching of expressions calls itself deeper than the thread sanitizer can record (65,536 calls): they go
+# without it there. Everything else about them is checked as in any other file.
+function(lumenar_deep_recursion)
+  if(LUMENAR_SANITIZER STREQUAL "thread")
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -fno-sanitize=thread)
+  endif()
+endfunction()
