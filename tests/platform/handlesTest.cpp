@@ -123,7 +123,7 @@ TEST(Wait, GivesUpWhenTheTimeIsOver) {
 TEST(Wait, TakesSixtyFourHandlesAndNoMore) {
   std::vector<UniqueEvent> events;
   std::vector<WaitableHandle> handles;
-  for (int i = 0; i < 65; ++i) handles.push_back(events.emplace_back(NewEvent(false, i == 63)).get());
+  for (int i = 0; i < 65; ++i) handles.emplace_back(events.emplace_back(NewEvent(false, i == 63)).get());
   EXPECT_EQ(WaitForMultipleObjects(64, handles.data(), false, INFINITE), WAIT_OBJECT_0 + 63);
   EXPECT_EQ(WaitForMultipleObjects(65, handles.data(), false, 0), WAIT_FAILED);
   EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);

@@ -12,11 +12,9 @@ using browser::GetExtensionPath;
 using browser::WriteExtensionData;
 using support::SetText;
 using testing::AllOf;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 using ExtensionData = TracedResidentTest;
 
 constexpr const char* kNotForFirefox =

@@ -8,7 +8,6 @@ namespace roads {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char* kEnabled = "CheckAppPathSettings: Url Redirection is enabled.\n";
 

@@ -20,9 +20,7 @@ using debugLog::LogDirect;
 using debugLog::TraceViaHelper;
 using support::SetNumber;
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 
 class DebugLog : public FrontEndTest {};
 
@@ -256,8 +254,8 @@ TEST_F(DebugLog, SettingMayBeReadBySeveralThreadsAtOnce) {
   SetNumber(Hive::Machine, kRoot, u"DebugLog", 1);
   std::vector<std::thread> threads;
   std::vector<char> answers(4);
-  for (std::size_t i = 0; i < answers.size(); ++i) {
-    threads.emplace_back([&answers, i] { answers[i] = IsDebugLogEnabled() ? 'y' : 'n'; });
+  for (char& answer : answers) {
+    threads.emplace_back([&answer] { answer = IsDebugLogEnabled() ? 'y' : 'n'; });
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_THAT(answers, testing::Each('y'));
