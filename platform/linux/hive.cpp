@@ -20,9 +20,16 @@ LSTATUS ErrorOfHost() { return static_cast<LSTATUS>(ErrorFromHost(errno)); }
 
 const char* FileNameOf(HiveId id) { return id == HiveId::User ? "/user.reg" : "/machine.reg"; }
 
-bool SameFile(const struct stat& a, const struct stat& b) {
-  return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
-         a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+bool Equal(const timespec& a, const timespec& b) { return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec; }
+
+bool SameContent(const struct stat& a, const struct stat& b) {
+  return a.st_size == b.st_size && Equal(a.st_mtim, b.st_mtim);
+}
+
+// Whether nobody has written to the file, nor put another in its place, taken it away, or moved it: all of these change
+// when its status was last changed. A file without a name was replaced, perhaps before it was asked for the first time.
+bool Untouched(const struct stat& before, const struct stat& now) {
+  return now.st_nlink > 0 && SameContent(before, now) && Equal(before.st_ctim, now.st_ctim);
 }
 
 }  // namespace
@@ -31,6 +38,7 @@ struct HiveCache {
   explicit HiveCache(HiveId hive) : id(hive) {}
 
   [[nodiscard]] LSTATUS Refresh();
+  [[nodiscard]] bool IsCurrent() const;
   [[nodiscard]] LSTATUS Load();
   [[nodiscard]] LSTATUS Store();
   void Forget() noexcept;
@@ -40,7 +48,8 @@ struct HiveCache {
   // The rest is guarded by the lock.
   std::string path;
   bool valid = false;
-  // The file that the tree was read from, kept open so that no other file gets its identity. None for a missing file.
+  // The file that the tree was read from, kept open: to ask it is far cheaper than to look for it by its path. None for
+  // a missing file.
   Descriptor file;
   struct stat status = {};
   Key root;
@@ -72,12 +81,16 @@ LSTATUS HiveCache::Refresh() {
     Forget();
     path = std::move(current);
   }
-  struct stat now = {};
-  const bool exists = stat(path.c_str(), &now) == 0;
-  if (!exists && errno != ENOENT) return ErrorOfHost();
-  if (valid && exists == static_cast<bool>(file) && (!exists || SameFile(now, status))) return ERROR_SUCCESS;
+  if (IsCurrent()) return ERROR_SUCCESS;
   Forget();
   return Load();
+}
+
+bool HiveCache::IsCurrent() const {
+  if (!valid) return false;
+  struct stat now = {};
+  if (file) return fstat(file.get(), &now) == 0 && Untouched(status, now);
+  return stat(path.c_str(), &now) != 0 && errno == ENOENT;
 }
 
 LSTATUS HiveCache::Load() {
@@ -99,11 +112,14 @@ LSTATUS HiveCache::Store() {
   const std::string temporary = path + ".new";
   // The lock is held, so that a file of this name is what a killed writer left.
   Descriptor written(open(temporary.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-  if (!written || !WriteAll(written.get(), text) || fstat(written.get(), &status) != 0 ||
+  struct stat asWritten = {};
+  if (!written || !WriteAll(written.get(), text) || fstat(written.get(), &asWritten) != 0 ||
       std::rename(temporary.c_str(), path.c_str()) != 0) {
     return ErrorOfHost();
   }
   file = std::move(written);
+  // Its new name is a change of its status; whoever has edited it since then must not go unnoticed.
+  valid = fstat(file.get(), &status) == 0 && SameContent(asWritten, status);
   return ERROR_SUCCESS;
 }
 

@@ -13,7 +13,8 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t kLongestClass = 48;
+// Short enough for the socket's address to hold the whole path of a usual runtime folder.
+constexpr std::size_t kLongestClass = 24;
 constexpr std::size_t kHashUnits = 16;
 
 std::string Hexadecimal(std::uint64_t number, int digits) {
@@ -59,7 +60,7 @@ bool ParseNumber(std::string_view text, Number& number, int base) {
 
 std::string WindowName::Text() const {
   return std::string(topLevel ? "t." : "m.") + safeClass + "." + std::to_string(process) + "." +
-         std::to_string(thread) + "." + Hexadecimal(made, 16);
+         std::to_string(thread) + "." + Hexadecimal(made, 1);
 }
 
 std::optional<WindowName> WindowName::Parse(std::string_view text) {

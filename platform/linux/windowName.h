@@ -1,6 +1,6 @@
 // What the name of a window's socket file says about the window:
 //
-//   m.corvane_class.4711.4712.000001c2f0a1b2c3
+//   m.corvane_class.4711.4712.1c2f0a1b2c3
 //   | |             |    |    when it was made, in nanoseconds since the machine started
 //   | |             |    thread
 //   | |             process
@@ -33,7 +33,7 @@ struct WindowName {
 
 // A name for a window that the calling thread is about to make.
 [[nodiscard]] WindowName NewWindowName(bool topLevel, std::u16string_view className);
-// The class as it stands in names: at most 48 bytes, none of them a dot or a slash.
+// The class as it stands in names: at most 24 bytes, none of them a dot or a slash.
 [[nodiscard]] std::string SafeClassName(std::u16string_view className);
 
 }  // namespace platform

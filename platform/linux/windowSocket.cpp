@@ -21,30 +21,43 @@ namespace {
 
 constexpr int kConnectionsAhead = 4096;
 
-// The address of a file in a folder. A socket's address has room for 107 bytes, and a folder may be longer, so the path
-// leads through the folder's descriptor, which must stay open as long as the address is used.
+// The address of a socket file. There is room for 107 bytes: a path that is longer leads through its folder's
+// descriptor, which stays open as long as the address.
 class Address {
  public:
-  Address(const std::string& folder, const std::string& name) noexcept
-      : folder_(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
-    if (!folder_) return;
+  explicit Address(const Place& place) noexcept {
     address_.sun_family = AF_UNIX;
-    const int length =
-        std::snprintf(address_.sun_path, sizeof address_.sun_path, "/proc/self/fd/%d/%s", folder_.get(), name.c_str());
-    if (length >= static_cast<int>(sizeof address_.sun_path)) {
-      folder_ = Descriptor();
-      errno = ENAMETOOLONG;
-    }
+    if (Fill(place.folder, place.name)) return;
+    folder_ = Descriptor(open(place.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    char throughDescriptor[32];
+    std::snprintf(throughDescriptor, sizeof throughDescriptor, "/proc/self/fd/%d", folder_.get());
+    complete_ = folder_ && Fill(throughDescriptor, place.name);
+    if (folder_ && !complete_) errno = ENAMETOOLONG;
   }
-  explicit operator bool() const noexcept { return static_cast<bool>(folder_); }
-  [[nodiscard]] int folder() const noexcept { return folder_.get(); }
+  // False, with errno set, when there is no such folder.
+  explicit operator bool() const noexcept { return complete_; }
+  // Valid for the calls that take a path, too.
+  [[nodiscard]] const char* path() const noexcept { return address_.sun_path; }
   [[nodiscard]] const sockaddr* get() const noexcept { return reinterpret_cast<const sockaddr*>(&address_); }
   [[nodiscard]] static socklen_t size() noexcept { return sizeof(sockaddr_un); }
 
  private:
+  // False when the path is too long.
+  bool Fill(std::string_view folder, std::string_view name) noexcept {
+    if (folder.size() + 1 + name.size() >= sizeof address_.sun_path) return false;
+    char* end = std::ranges::copy(folder, address_.sun_path).out;
+    *end++ = '/';
+    end = std::ranges::copy(name, end).out;
+    *end = '\0';
+    return true;
+  }
+
   sockaddr_un address_{};
   Descriptor folder_;
+  bool complete_ = true;
 };
+
+std::string PathOf(const Place& place) { return place.folder + '/' + place.name; }
 
 Descriptor NewSocket(int type) noexcept { return Descriptor(socket(AF_UNIX, type | SOCK_CLOEXEC, 0)); }
 
@@ -63,15 +76,14 @@ bool IsOfThisUser(const Descriptor& connection) noexcept {
 
 // Listens under a passing name and then renames: between the file and its listener a finder would take it for stale.
 bool ListenAt(const Descriptor& socket, const Place& place) noexcept try {
-  const std::string passing = "." + place.name;
-  const Address address(place.folder, passing);
-  if (!address || bind(socket.get(), address.get(), Address::size()) != 0) return false;
-  if (fchmodat(address.folder(), passing.c_str(), 0600, 0) == 0 && listen(socket.get(), kConnectionsAhead) == 0 &&
-      renameat(address.folder(), passing.c_str(), address.folder(), place.name.c_str()) == 0) {
+  const Address passing({.folder = place.folder, .name = "." + place.name});
+  if (!passing || bind(socket.get(), passing.get(), Address::size()) != 0) return false;
+  if (chmod(passing.path(), 0600) == 0 && listen(socket.get(), kConnectionsAhead) == 0 &&
+      std::rename(passing.path(), PathOf(place).c_str()) == 0) {
     return true;
   }
   const int reason = errno;
-  unlinkat(address.folder(), passing.c_str(), 0);
+  unlink(passing.path());
   errno = reason;
   return false;
 } catch (const std::bad_alloc&) {
@@ -106,23 +118,26 @@ Descriptor Listen(const Place& place) {
 }
 
 void Remove(const Place& place) noexcept {
-  const Descriptor folder(open(place.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (folder) unlinkat(folder.get(), place.name.c_str(), 0);
+  const Address address(place);
+  if (address) unlink(address.path());
 }
 
 bool IsAlive(const Place& place) noexcept {
-  const Address address(place.folder, place.name);
+  const Address address(place);
   if (!address) return errno != ENOENT;
   // A socket of another type cannot connect, and the system looks for a listener first: so this tells the two cases
   // apart without waking anyone.
   const Descriptor socket = NewSocket(SOCK_DGRAM);
   if (!socket || connect(socket.get(), address.get(), Address::size()) == 0) return true;
-  if (errno == ECONNREFUSED) unlinkat(address.folder(), place.name.c_str(), 0);
-  return errno != ECONNREFUSED && errno != ENOENT;
+  if (errno == ECONNREFUSED) {
+    unlink(address.path());
+    return false;
+  }
+  return errno != ENOENT;
 }
 
 Descriptor Connect(const Place& place, Clock::time_point deadline) noexcept {
-  const Address address(place.folder, place.name);
+  const Address address(place);
   if (address) {
     Descriptor socket = NewSocket(SOCK_SEQPACKET);
     if (socket && SetSendTimeout(socket, deadline)) {

@@ -37,6 +37,10 @@ ClientMachine::ClientMachine() {
 
 std::string ClientMachine::Program() { return BesideTests("../lumenar-url-protocol-launch-helper"); }
 
+void ClientMachine::StopDailyLog() {
+  support::SetNumber(support::Hive::Machine, u"Software\\Corvane\\Lumenar\\URLRedirection", u"DebugLog", 0);
+}
+
 Resident::Resident() : process_({.program = ClientMachine::Program(), .arguments = {}, .environment = {}}) {
   Probe("await-resident");
 }

@@ -14,6 +14,8 @@ class ClientMachine {
  public:
   ClientMachine();
   [[nodiscard]] static std::string Program();
+  // As the settings are without anybody's wish.
+  static void StopDailyLog();
 
  private:
   support::Machine machine_;

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,9 +29,14 @@ struct Subject {
   std::string name;
   std::string program;
   std::vector<std::string> arguments;
+  std::string dataHome;
   std::vector<double> microseconds;
   long peakKibibytes = 0;
 };
+
+Subject SubjectOf(const std::string& name, const std::string& program, const std::string& dataHome) {
+  return {.name = name, .program = program, .arguments = {kLaunchUrl}, .dataHome = dataHome, .microseconds = {}};
+}
 
 // One whole process. Nothing stands between us and it: no shell, no pipes.
 void Measure(Subject& subject) {
@@ -61,26 +67,25 @@ void Print(const Subject& subject, double unit) {
 int main(int argc, char** argv) {
   const unsigned runs = bench::CountFrom(argc, argv, "--runs", 200);
   const std::string program = bench::ClientMachine::Program();
-  std::vector<Subject> subjects{
-      {.name = "empty program, statically linked",
-       .program = support::Beside("emptyStatic"),
-       .arguments = {},
-       .microseconds = {}},
-      {.name = "empty program, dynamically linked",
-       .program = support::Beside("emptyDynamic"),
-       .arguments = {},
-       .microseconds = {}},
-      {.name = "launcher, Client road", .program = program, .arguments = {kLaunchUrl}, .microseconds = {}},
-      {.name = "launcher, unknown origin", .program = program, .arguments = {kLaunchUrl}, .microseconds = {}},
-  };
   const bench::ClientMachine machine;
-  const bench::Resident resident;
   const std::string dataHome = std::getenv("XDG_DATA_HOME");
-  for (unsigned run = 0; run < runs; ++run) {
-    for (std::size_t i = 0; i < subjects.size(); ++i) {
+  const std::string logging = dataHome + "/logging";
+  std::filesystem::create_directories(logging);
+  std::filesystem::copy(dataHome + "/lumenar", logging + "/lumenar", std::filesystem::copy_options::recursive);
+  bench::ClientMachine::StopDailyLog();
+  const bench::Resident resident;
+  std::vector<Subject> subjects{
+      SubjectOf("empty program, statically linked", support::Beside("emptyStatic"), dataHome),
+      SubjectOf("empty program, dynamically linked", support::Beside("emptyDynamic"), dataHome),
+      SubjectOf("launcher, Client road", program, dataHome),
+      SubjectOf("launcher, Client road, daily log", program, logging),
       // A machine without any settings has no origin.
-      support::SetEnvironment("XDG_DATA_HOME", i == 3 ? dataHome + "/other" : dataHome);
-      Measure(subjects[i]);
+      SubjectOf("launcher, unknown origin", program, dataHome + "/other"),
+  };
+  for (unsigned run = 0; run < runs; ++run) {
+    for (Subject& subject : subjects) {
+      support::SetEnvironment("XDG_DATA_HOME", subject.dataHome);
+      Measure(subject);
     }
   }
   support::SetEnvironment("XDG_DATA_HOME", dataHome);
