@@ -196,11 +196,11 @@ class Reports:
 
 def report_of(name, machine, folder, broken):
     home = folder / "home"
-    home.mkdir()
+    (home / "tmp").mkdir(parents=True)
     reports = Reports()
     command = PREPARE[name](machine, home, reports.address, broken)
     environment = {key: value for key, value in os.environ.items() if not key.startswith(("XDG_", "MOZ_"))}
-    environment["HOME"] = str(home)
+    environment |= {"HOME": str(home), "TMPDIR": str(home / "tmp")}
     log = folder / "browser.log"
     with log.open("wb") as output:
         with started(command, environment, stdout=output, stderr=subprocess.STDOUT) as browser:
