@@ -6,6 +6,7 @@
 #include "platform/error.h"
 #include "tests/platform/windowSupport.h"
 #include "tests/support/machine.h"
+#include "tests/support/meeting.h"
 
 using namespace platform;
 using namespace windowTests;
@@ -149,7 +150,7 @@ TEST(SentMessage, ToAnotherThreadRunsOnThatThread) {
 TEST(SentMessage, IsServedByAThreadThatWaitsForAnAnswerItself) {
   const support::Machine machine;
   std::atomic<std::uintptr_t> peer{0};
-  std::atomic<bool> peerReady{false};
+  support::Signal peerReady;
   int asked = 0;
   const TestWindow window(u"LumenarTest_First", [&](UINT message, WPARAM, LPARAM) -> std::optional<LRESULT> {
     if (message != WM_USER) return std::nullopt;
@@ -165,11 +166,10 @@ TEST(SentMessage, IsServedByAThreadThatWaitsForAnAnswerItself) {
       return static_cast<LRESULT>(result + 1);
     });
     peer = second.get().value();
-    peerReady = true;
-    peerReady.notify_one();
+    peerReady.Give();
     RunMessageLoop();
   });
-  peerReady.wait(false);
+  peerReady.Await();
   std::uintptr_t result = 0;
   EXPECT_NE(Send(HWND(peer.load()), WM_USER, 0, &result), 0);
   EXPECT_EQ(result, 12U);

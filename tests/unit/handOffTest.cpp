@@ -1,8 +1,8 @@
 #include "launcher/handOff.h"
 
-#include <semaphore>
 #include <string>
 
+#include "tests/support/meeting.h"
 #include "tests/unit/frontEndTest.h"
 
 namespace unit {
@@ -66,19 +66,19 @@ TEST_F(HandOffs, ToAWindowOfAnotherThreadArriveAsACopy) {
   EXPECT_EQ(receivedByThread.units, text);
 }
 
-std::binary_semaphore mayAnswer{0};
+support::Signal mayAnswer;
 
 platform::LRESULT AnswerLate(platform::HWND window, platform::UINT message, platform::WPARAM wParam,
                              platform::LPARAM lParam) {
   if (message != platform::WM_COPYDATA) return platform::DefWindowProcW(window, message, wParam, lParam);
-  mayAnswer.acquire();
+  mayAnswer.Await();
   return 0;
 }
 
 TEST_F(HandOffs, ToAWindowThatDoesNotAnswerFail) {
   const HelperClassThread helper(&AnswerLate);
   EXPECT_EQ(SendToHelper(handOff::HELPER_REFRESH_CONFIG, nullptr, 0), Outcome::Failed);
-  mayAnswer.release();
+  mayAnswer.Give();
 }
 
 }  // namespace

@@ -62,11 +62,11 @@ HelperClassThread::HelperClassThread(platform::WNDPROC procedure) {
   thread_ = std::thread([this, procedure] {
     const HelperClassWindow window(procedure);
     window_ = window.get();
-    ready_.release();
+    ready_.Give();
     platform::MSG message{};
     while (platform::GetMessageW(&message, nullptr, 0, 0) > 0) platform::DispatchMessageW(&message);
   });
-  ready_.acquire();
+  ready_.Await();
 }
 
 HelperClassThread::~HelperClassThread() {

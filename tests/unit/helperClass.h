@@ -1,10 +1,10 @@
 // Windows of the resident helper's class, which the front end finds by that class and sends to. One at a time.
 #pragma once
 
-#include <semaphore>
 #include <thread>
 
 #include "platform/window.h"
+#include "tests/support/meeting.h"
 
 namespace unit {
 
@@ -31,7 +31,7 @@ class HelperClassThread {
   ~HelperClassThread();
 
  private:
-  std::binary_semaphore ready_{0};
+  support::Signal ready_;
   platform::HWND window_;
   std::thread thread_;
 };

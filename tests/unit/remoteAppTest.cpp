@@ -1,8 +1,8 @@
 #include "launcher/remoteApp.h"
 
-#include <semaphore>
 #include <string>
 
+#include "tests/support/meeting.h"
 #include "tests/unit/frontEndTest.h"
 
 namespace unit {
@@ -180,12 +180,12 @@ TEST_F(RemoteAppWithout, AHelperIsZero) {
   EXPECT_THAT(log.Files(), IsEmpty());
 }
 
-std::binary_semaphore mayAnswer{0};
+support::Signal mayAnswer;
 
 platform::LRESULT AnswerLate(platform::HWND window, platform::UINT message, platform::WPARAM wParam,
                              platform::LPARAM lParam) {
   if (message != platform::WM_COPYDATA) return platform::DefWindowProcW(window, message, wParam, lParam);
-  mayAnswer.acquire();
+  mayAnswer.Await();
   return 0;
 }
 
@@ -193,7 +193,7 @@ TEST_F(RemoteAppWithout, AnAnswerIsOne) {
   SetLogging(false);
   const HelperClassThread helper(&AnswerLate);
   EXPECT_EQ(StartRemoteApp(u"x", u"host", u"item", UrlOrigin::Client), 1);
-  mayAnswer.release();
+  mayAnswer.Give();
 }
 
 }  // namespace
