@@ -19,4 +19,8 @@ struct SYSTEMTIME {
 // The local time now.
 void GetLocalTime(SYSTEMTIME* time) noexcept;
 
+// A counter that runs evenly and never back, and its steps in a second. False on failure.
+bool QueryPerformanceCounter(std::int64_t* count) noexcept;
+bool QueryPerformanceFrequency(std::int64_t* frequency) noexcept;
+
 }  // namespace platform

@@ -24,8 +24,32 @@ std::uint64_t UnsignedOfSize(std::uint64_t number, ArgumentKind integer) {
   }
 }
 
-// Digits with padding, into a narrow scratch text that fits both widths: digits are ASCII.
-std::string FormatNumber(const Conversion& conversion, std::uint64_t number) {
+// Where a bounded result goes: what has no room is counted, and dropped.
+class Bounded {
+ public:
+  explicit Bounded(std::span<char> buffer) noexcept : buffer_(buffer) {}
+  void append(std::string_view text) noexcept {
+    std::ranges::copy(text.substr(0, Room()), buffer_.begin() + static_cast<std::ptrdiff_t>(Kept()));
+    length_ += text.size();
+  }
+  void append(const char* first, const char* last) noexcept { append(std::string_view(first, last)); }
+  void append(std::size_t count, char unit) noexcept {
+    std::ranges::fill(buffer_.subspan(Kept(), std::min(count, Room())), unit);
+    length_ += count;
+  }
+  void operator+=(char unit) noexcept { append(1, unit); }
+  [[nodiscard]] std::size_t length() const noexcept { return length_; }
+
+ private:
+  [[nodiscard]] std::size_t Kept() const noexcept { return std::min(length_, buffer_.size()); }
+  [[nodiscard]] std::size_t Room() const noexcept { return buffer_.size() - Kept(); }
+
+  std::span<char> buffer_;
+  std::size_t length_ = 0;
+};
+
+template <class Char, class Result>
+void AppendNumber(Result& result, const Conversion& conversion, std::uint64_t number) {
   char digits[24];
   char* end = digits;
   bool negative = false;
@@ -51,16 +75,15 @@ std::string FormatNumber(const Conversion& conversion, std::uint64_t number) {
   }
   const std::size_t used = length + (negative ? 1 : 0);
   const std::size_t padding = width > used ? width - used : 0;
-  std::string text;
-  if (!zeroPadded) text.append(padding, ' ');
-  if (negative) text += '-';
-  if (zeroPadded) text.append(padding, '0');
-  return text.append(digits, length);
+  if (!zeroPadded) result.append(padding, Char(' '));
+  if (negative) result += Char('-');
+  if (zeroPadded) result.append(padding, Char('0'));
+  result.append(digits, end);  // Digits are ASCII, and so the same units in either width.
 }
 
 // Appends text of either width, up to its first NUL. False when a unit has no byte in a narrow result.
-template <class Char, class Source>
-bool AppendText(std::basic_string<Char>& result, std::basic_string_view<Source> text, std::size_t width) {
+template <class Char, class Result, class Source>
+bool AppendText(Result& result, std::basic_string_view<Source> text, std::size_t width) {
   text = text.substr(0, text.find(Source{}));
   if (width > text.size()) result.append(width - text.size(), Char(' '));
   if constexpr (std::same_as<Char, Source>) {
@@ -78,26 +101,24 @@ bool AppendText(std::basic_string<Char>& result, std::basic_string_view<Source> 
   return true;
 }
 
-template <class Char>
-bool AppendArgument(std::basic_string<Char>& result, const Conversion& conversion, const Argument& argument) {
+template <class Char, class Result>
+bool AppendArgument(Result& result, const Conversion& conversion, const Argument& argument) {
   switch (argument.kind) {
-    case ArgumentKind::Narrow: return AppendText(result, argument.narrow, conversion.width);
-    case ArgumentKind::Wide: return AppendText(result, argument.wide, conversion.width);
+    case ArgumentKind::Narrow: return AppendText<Char>(result, argument.narrow, conversion.width);
+    case ArgumentKind::Wide: return AppendText<Char>(result, argument.wide, conversion.width);
     default: break;
   }
   if (conversion.letter == 'c') {
     result += static_cast<Char>(argument.number);
-    return true;
+  } else {
+    AppendNumber<Char>(result, conversion, argument.number);
   }
-  return AppendText(result, std::string_view(FormatNumber(conversion, argument.number)), 0);
+  return true;
 }
 
-}  // namespace
-
-template <class Char>
-std::optional<std::basic_string<Char>> FormatArguments(std::basic_string_view<Char> format,
-                                                       std::span<const Argument> arguments) {
-  std::basic_string<Char> result;
+// False when a wide argument has a unit that a narrow result has no byte for.
+template <class Char, class Result>
+bool AppendAll(Result& result, std::basic_string_view<Char> format, std::span<const Argument> arguments) {
   std::size_t next = 0;
   while (!format.empty()) {
     const std::size_t plain = std::min(format.find(Char('%')), format.size());
@@ -107,12 +128,29 @@ std::optional<std::basic_string<Char>> FormatArguments(std::basic_string_view<Ch
     const Conversion conversion = ParseConversion(format);
     if (conversion.letter == '%') {
       result += Char('%');
-    } else if (!AppendArgument(result, conversion, arguments[next++])) {
-      return std::nullopt;
+    } else if (!AppendArgument<Char>(result, conversion, arguments[next++])) {
+      return false;
     }
     format.remove_prefix(conversion.length);
   }
+  return true;
+}
+
+}  // namespace
+
+template <class Char>
+std::optional<std::basic_string<Char>> FormatArguments(std::basic_string_view<Char> format,
+                                                       std::span<const Argument> arguments) {
+  std::basic_string<Char> result;
+  if (!AppendAll(result, format, arguments)) return std::nullopt;
   return result;
+}
+
+std::optional<std::size_t> FormatInto(std::span<char> buffer, std::string_view format,
+                                      std::span<const Argument> arguments) noexcept {
+  Bounded result(buffer);
+  if (!AppendAll(result, format, arguments)) return std::nullopt;
+  return result.length();
 }
 
 template std::optional<std::string> FormatArguments(std::string_view, std::span<const Argument>);

@@ -125,6 +125,9 @@ constexpr bool Accepts(const Conversion& conversion, ArgumentKind kind) {
 template <class Char>
 std::optional<std::basic_string<Char>> FormatArguments(std::basic_string_view<Char> format,
                                                        std::span<const Argument> arguments);
+// As much of the result as the buffer holds, without a NUL; returns how long the whole of it is. Takes no memory.
+std::optional<std::size_t> FormatInto(std::span<char> buffer, std::string_view format,
+                                      std::span<const Argument> arguments) noexcept;
 extern template std::optional<std::string> FormatArguments(std::string_view, std::span<const Argument>);
 extern template std::optional<std::u16string> FormatArguments(std::u16string_view, std::span<const Argument>);
 

@@ -2,9 +2,15 @@
 
 #include <time.h>
 
+#include "platform/linux/faults.h"
 #include "platform/linux/testClock.h"
 
 namespace platform {
+namespace {
+// As fine as the system's own counter, and coarse enough for a century in 64 bits, in thousandths too.
+constexpr std::int64_t kStepsInASecond = 10'000'000;
+constexpr std::int64_t kNanosecondsInAStep = 100;
+}  // namespace
 
 void GetLocalTime(SYSTEMTIME* time) noexcept {
   if (const auto set = TimeSetByTest()) {
@@ -23,6 +29,20 @@ void GetLocalTime(SYSTEMTIME* time) noexcept {
            .wMinute = static_cast<WORD>(local.tm_min),
            .wSecond = static_cast<WORD>(local.tm_sec),
            .wMilliseconds = static_cast<WORD>(now.tv_nsec / 1'000'000)};
+}
+
+bool QueryPerformanceCounter(std::int64_t* count) noexcept {
+  if (FaultInjected("QueryPerformanceCounter")) return false;
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  *count = now.tv_sec * kStepsInASecond + now.tv_nsec / kNanosecondsInAStep;
+  return true;
+}
+
+bool QueryPerformanceFrequency(std::int64_t* frequency) noexcept {
+  if (FaultInjected("QueryPerformanceFrequency")) return false;
+  *frequency = kStepsInASecond;
+  return true;
 }
 
 }  // namespace platform

@@ -8,4 +8,12 @@ static_assert(sizeof(SYSTEMTIME) == sizeof(::SYSTEMTIME));
 
 void GetLocalTime(SYSTEMTIME* time) noexcept { ::GetLocalTime(reinterpret_cast<::SYSTEMTIME*>(time)); }
 
+bool QueryPerformanceCounter(std::int64_t* count) noexcept {
+  return ::QueryPerformanceCounter(reinterpret_cast<LARGE_INTEGER*>(count)) != 0;
+}
+
+bool QueryPerformanceFrequency(std::int64_t* frequency) noexcept {
+  return ::QueryPerformanceFrequency(reinterpret_cast<LARGE_INTEGER*>(frequency)) != 0;
+}
+
 }  // namespace platform
