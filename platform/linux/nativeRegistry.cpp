@@ -89,7 +89,7 @@ NTSTATUS Query(NativeKeyHandle key, std::u16string_view name, void* information,
   if (!opened->Grants(KEY_QUERY_VALUE)) return STATUS_ACCESS_DENIED;
   const HiveReading hive(opened->Hive());
   if (hive.Error() != ERROR_SUCCESS) return StatusOf(hive.Error());
-  const Key* const found = opened->In(hive.Root());
+  const Key* const found = opened->In(hive);
   if (found == nullptr) return STATUS_KEY_DELETED;
   const Value* const value = found->FindValue(name);
   return value != nullptr ? Deliver(*value, information, length, resultLength) : STATUS_OBJECT_NAME_NOT_FOUND;
