@@ -197,8 +197,9 @@ void MeasureChanges(unsigned runs, const BrowserMachine& machine, std::vector<do
   const bench::Resident resident;
   const WrittenFile file(machine.DataFiles().back());
   // Changes are none for a watcher that does not watch yet.
+  unsigned tries = 0;
   do {
-    support::SetText(support::Hive::Machine, kScheme, u"remoteItem", u"first");
+    support::SetText(support::Hive::Machine, kScheme, u"remoteItem", support::Wide("try" + std::to_string(++tries)));
   } while (!file.Await(kUntilNextTry));
   for (unsigned run = 0; run <= runs; ++run) {
     const std::string text = "change" + std::to_string(run);
