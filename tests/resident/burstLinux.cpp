@@ -23,6 +23,13 @@ constexpr int kUntilNextTry = 100;
 // What four bursts may add: the handles that a refresh leaves open, as settled. To keep the documents would take more.
 constexpr long kSpareKibibytes = 2 * 1024;
 
+// A sanitizer keeps what a program frees, so that with one the memory says nothing about the program.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kMemoryTells = false;
+#else
+constexpr bool kMemoryTells = true;
+#endif
+
 std::string ProgramPath() {
   return (std::filesystem::path(support::OwnPath()).parent_path() / "../lumenar-url-protocol-launch-helper").string();
 }
@@ -94,7 +101,9 @@ TEST_F(Burst, OfAThousandChangesLeavesTheLastInTheFileAndTheMemoryAsItWas) {
     if (burst == 0) before = ResidentKibibytes(process);
   }
   EXPECT_GT(before, 0);
-  EXPECT_LT(ResidentKibibytes(process), before + kSpareKibibytes);
+  if (kMemoryTells) {
+    EXPECT_LT(ResidentKibibytes(process), before + kSpareKibibytes);
+  }
   platform::PostMessageW(AwaitRest(), platform::WM_DESTROY, 0, 0);
   EXPECT_EQ(process.Wait(), 0);
 }
