@@ -3,6 +3,7 @@
 #include <json/value.h>
 
 #include <optional>
+#include <utility>
 
 #include "launcher/debugLog.h"
 #include "platform/raii.h"
@@ -117,12 +118,13 @@ std::string GetUrlRedirectionRules(BrowserType browser) {
     return document.toStyledString();
   }
   std::string text;
-  BuildManagedStorageDocument(text, document);
+  BuildManagedStorageDocument(text, std::move(document));
   return text;
 }
 
 void NormalizeRuleList(std::u16string& rules) {
   std::u16string normalized;
+  normalized.reserve(rules.size() + rules.size() / 8);
   char16_t* context = nullptr;
   for (const char16_t* rule = platform::wcstok_s(rules.data(), u";", &context); rule != nullptr;
        rule = platform::wcstok_s(nullptr, u";", &context)) {
@@ -133,12 +135,12 @@ void NormalizeRuleList(std::u16string& rules) {
   rules = std::move(normalized);
 }
 
-void BuildManagedStorageDocument(std::string& output, const Json::Value& document) {
+void BuildManagedStorageDocument(std::string& output, Json::Value document) {
   Json::Value envelope;
   envelope["name"] = WStringToString(FirefoxExtensionId);
   envelope["description"] = "ignored";
   envelope["type"] = "storage";
-  envelope["data"] = document;
+  envelope["data"] = std::move(document);
   output = envelope.toStyledString();
 }
 

@@ -27,6 +27,6 @@ namespace settings {
 void NormalizeRuleList(std::u16string& rules);
 
 // Puts the plain document into Firefox's envelope, as text.
-void BuildManagedStorageDocument(std::string& output, const Json::Value& document);
+void BuildManagedStorageDocument(std::string& output, Json::Value document);
 
 }  // namespace settings

@@ -1,5 +1,7 @@
 #include "platform/linux/handleTable.h"
 
+#include <algorithm>
+#include <functional>
 #include <mutex>
 #include <new>
 
@@ -10,6 +12,7 @@ namespace {
 struct Table {
   std::mutex lock;
   std::vector<std::shared_ptr<KernelObject>> slots;  // Null where a handle was closed.
+  std::vector<std::size_t> closed;                   // Where that is: a heap, the first at its top, with room for all.
 };
 
 // Never destroyed: handles may be closed while the process's own statics go.
@@ -30,12 +33,15 @@ std::shared_ptr<KernelObject>* SlotOf(Table& table, std::uintptr_t value) {
 std::uintptr_t Add(std::shared_ptr<KernelObject> object) noexcept try {
   Table& table = TheTable();
   const std::lock_guard lock(table.lock);
-  for (std::size_t i = 0; i < table.slots.size(); ++i) {
-    if (!table.slots[i]) {
-      table.slots[i] = std::move(object);
-      return (i + 1) * 4;
-    }
+  // Some handles stay open for good, so that it would take ever longer to look for a closed one among all.
+  if (!table.closed.empty()) {
+    std::ranges::pop_heap(table.closed, std::greater());
+    const std::size_t place = table.closed.back();
+    table.closed.pop_back();
+    table.slots[place] = std::move(object);
+    return (place + 1) * 4;
   }
+  if (table.closed.capacity() <= table.slots.size()) table.closed.reserve((table.slots.size() + 1) * 2);
   table.slots.push_back(std::move(object));
   return table.slots.size() * 4;
 } catch (const std::bad_alloc&) {
@@ -56,7 +62,11 @@ bool Close(std::uintptr_t value) noexcept {
   std::shared_ptr<KernelObject> closed;  // Released behind the lock: a destructor may close other handles.
   {
     const std::lock_guard lock(table.lock);
-    if (auto* slot = SlotOf(table, value)) closed.swap(*slot);
+    if (auto* slot = SlotOf(table, value)) {
+      closed.swap(*slot);
+      table.closed.push_back(value / 4 - 1);
+      std::ranges::push_heap(table.closed, std::greater());
+    }
   }
   if (!closed) SetLastError(ERROR_INVALID_HANDLE);
   return closed != nullptr;

@@ -29,7 +29,8 @@ bool SameContent(const struct stat& a, const struct stat& b) {
 // Whether nobody has written to the file, nor put another in its place, taken it away, or moved it: all of these change
 // when its status was last changed. A file without a name was replaced, perhaps before it was asked for the first time.
 bool Untouched(const struct stat& before, const struct stat& now) {
-  return now.st_nlink > 0 && SameContent(before, now) && Equal(before.st_ctim, now.st_ctim);
+  return now.st_nlink > 0 && now.st_nlink == before.st_nlink && SameContent(before, now) &&
+         Equal(before.st_ctim, now.st_ctim);
 }
 
 }  // namespace
@@ -53,6 +54,7 @@ struct HiveCache {
   Descriptor file;
   struct stat status = {};
   Key root;
+  std::uint64_t revision = 1;
 };
 
 namespace {
@@ -70,6 +72,7 @@ void HiveCache::Forget() noexcept {
   valid = false;
   file = Descriptor();
   root.Clear();
+  ++revision;
 }
 
 // Makes the tree what the file says now.
@@ -127,6 +130,8 @@ HiveReading::HiveReading(HiveId id) : cache_(CacheOf(id)), lock_(cache_.lock), e
 
 const Key& HiveReading::Root() const noexcept { return cache_.root; }
 
+std::uint64_t HiveReading::Revision() const noexcept { return cache_.revision; }
+
 HiveWriting::HiveWriting(HiveId id) : cache_(CacheOf(id)), lock_(cache_.lock) {
   const std::string folder = machine::DataFolder();
   if (folder.empty()) {
@@ -143,7 +148,11 @@ HiveWriting::HiveWriting(HiveId id) : cache_(CacheOf(id)), lock_(cache_.lock) {
 }
 
 HiveWriting::~HiveWriting() {
-  if (!committed_) cache_.Forget();
+  if (committed_) {
+    ++cache_.revision;
+  } else {
+    cache_.Forget();
+  }
 }
 
 Key& HiveWriting::Root() noexcept { return cache_.root; }

@@ -6,6 +6,7 @@
 // reader, which takes no such lock, sees one or the other.
 #pragma once
 
+#include <cstdint>
 #include <mutex>
 
 #include "platform/linux/descriptor.h"
@@ -25,6 +26,8 @@ class HiveReading {
   [[nodiscard]] LSTATUS Error() const noexcept { return error_; }
   // REQUIRES: no error.
   [[nodiscard]] const Key& Root() const noexcept;
+  // Another number whenever the tree may be another: what was found in it can be kept for as long as this stays.
+  [[nodiscard]] std::uint64_t Revision() const noexcept;
 
  private:
   HiveCache& cache_;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <mutex>
 
 #include "platform/linux/registryKey.h"
 
@@ -43,6 +45,16 @@ NTSTATUS NativeCall(const char* name, Body body) noexcept {
 NTSTATUS Handle(std::shared_ptr<RegistryKey> opened, NativeKeyHandle* key) {
   *key = NativeKeyHandle(handleTable::Add(std::move(opened)));
   return *key ? STATUS_SUCCESS : STATUS_NO_MEMORY;
+}
+
+// One object for all handles with that access: programs leave these handles open, so they should be small.
+std::shared_ptr<RegistryKey> CurrentUserHive(REGSAM access) {
+  static std::mutex& lock = *new std::mutex;
+  static auto& hives = *new std::map<REGSAM, std::weak_ptr<RegistryKey>>;
+  const std::lock_guard guard(lock);
+  auto hive = hives[access].lock();
+  if (!hive) hives[access] = hive = std::make_shared<RegistryKey>(kCurrentUserKind, HiveId::User, u"", access);
+  return hive;
 }
 
 std::u16string_view TextOf(const UNICODE_STRING& text) { return {text.Buffer, text.Length / sizeof(char16_t)}; }
@@ -89,7 +101,7 @@ NTSTATUS Query(NativeKeyHandle key, std::u16string_view name, void* information,
   if (!opened->Grants(KEY_QUERY_VALUE)) return STATUS_ACCESS_DENIED;
   const HiveReading hive(opened->Hive());
   if (hive.Error() != ERROR_SUCCESS) return StatusOf(hive.Error());
-  const Key* const found = opened->In(hive.Root());
+  const Key* const found = opened->In(hive);
   if (found == nullptr) return STATUS_KEY_DELETED;
   const Value* const value = found->FindValue(name);
   return value != nullptr ? Deliver(*value, information, length, resultLength) : STATUS_OBJECT_NAME_NOT_FOUND;
@@ -128,7 +140,7 @@ NTSTATUS RtlOpenCurrentUser(REGSAM access, NativeKeyHandle* key) {
   return NativeCall("RtlOpenCurrentUser", [&] {
     if (key == nullptr) return STATUS_INVALID_PARAMETER;
     *key = {};
-    return Handle(std::make_shared<RegistryKey>(kCurrentUserKind, HiveId::User, u"", access), key);
+    return Handle(CurrentUserHive(access), key);
   });
 }
 

@@ -19,6 +19,15 @@ void Append(std::u16string& path, std::u16string_view name) {
 
 }  // namespace
 
+const Key* RegistryKey::In(const HiveReading& hive) const noexcept {
+  if (deleted_) return nullptr;
+  if (revision_ != hive.Revision()) {
+    found_ = In(hive.Root());
+    revision_ = hive.Revision();
+  }
+  return found_;
+}
+
 const Key* RegistryKey::In(const Key& root) const noexcept {
   if (deleted_) return nullptr;
   const Key* const key = root.Find(path_);
@@ -64,7 +73,7 @@ LSTATUS OpenKey(const RegistryKey& base, std::u16string_view subPath, REGSAM acc
   std::u16string path = PathBelow(base, subPath, access);
   const HiveReading hive(base.Hive());
   if (hive.Error() != ERROR_SUCCESS) return hive.Error();
-  if (base.In(hive.Root()) == nullptr) return ERROR_KEY_DELETED;
+  if (base.In(hive) == nullptr) return ERROR_KEY_DELETED;
   if (hive.Root().Find(path) == nullptr) return ERROR_FILE_NOT_FOUND;
   opened = std::make_shared<RegistryKey>(kind, base.Hive(), std::move(path), access);
   return ERROR_SUCCESS;
@@ -74,7 +83,7 @@ LSTATUS NameOfSubkey(const RegistryKey& key, DWORD index, std::u16string& name) 
   if (!key.Grants(KEY_ENUMERATE_SUB_KEYS)) return ERROR_ACCESS_DENIED;
   const HiveReading hive(key.Hive());
   if (hive.Error() != ERROR_SUCCESS) return hive.Error();
-  const Key* const found = key.In(hive.Root());
+  const Key* const found = key.In(hive);
   if (found == nullptr) return ERROR_KEY_DELETED;
   const std::u16string* const subkey = found->SubkeyNameAt(index);
   if (subkey == nullptr) return ERROR_NO_MORE_ITEMS;

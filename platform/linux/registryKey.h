@@ -31,7 +31,8 @@ class RegistryKey final : public KernelObject {
   [[nodiscard]] const std::u16string& Path() const noexcept { return path_; }
   [[nodiscard]] bool Grants(REGSAM access) const noexcept { return (access_ & access) == access; }
 
-  // The key in its hive; null when it was deleted.
+  // The key in its hive; null when it was deleted. Found once for as long as the hive stays as it is.
+  [[nodiscard]] const Key* In(const HiveReading& hive) const noexcept;
   [[nodiscard]] const Key* In(const Key& root) const noexcept;
   [[nodiscard]] Key* In(Key& root) const noexcept;
 
@@ -41,6 +42,9 @@ class RegistryKey final : public KernelObject {
   const std::u16string path_;
   const REGSAM access_;
   mutable std::atomic<bool> deleted_ = false;
+  // Guarded by the hive's lock, as is whatever is found in it.
+  mutable std::uint64_t revision_ = 0;
+  mutable const Key* found_ = nullptr;
 };
 
 inline constexpr const char* kRegistryKeyKind = "RegistryKey";

@@ -133,7 +133,7 @@ LSTATUS RegQueryInfoKeyW(HKEY key, std::nullptr_t, std::nullptr_t, std::nullptr_
     if (!opened->Grants(KEY_QUERY_VALUE)) return ERROR_ACCESS_DENIED;
     const HiveReading hive(opened->Hive());
     if (hive.Error() != ERROR_SUCCESS) return hive.Error();
-    const Key* const found = opened->In(hive.Root());
+    const Key* const found = opened->In(hive);
     if (found == nullptr) return ERROR_KEY_DELETED;
     if (subKeyCount != nullptr) *subKeyCount = static_cast<DWORD>(found->subkeys().size());
     return ERROR_SUCCESS;

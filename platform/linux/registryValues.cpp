@@ -16,7 +16,7 @@ LSTATUS ReadValue(const RegistryKey& key, std::u16string_view name, Value& value
   if (!key.Grants(KEY_QUERY_VALUE)) return ERROR_ACCESS_DENIED;
   const HiveReading hive(key.Hive());
   if (hive.Error() != ERROR_SUCCESS) return hive.Error();
-  const Key* const found = key.In(hive.Root());
+  const Key* const found = key.In(hive);
   if (found == nullptr) return ERROR_KEY_DELETED;
   const Value* const stored = found->FindValue(name);
   if (stored == nullptr) return ERROR_FILE_NOT_FOUND;

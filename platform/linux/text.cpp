@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <string>
@@ -78,6 +79,20 @@ void PutUtf8(std::string& text, char32_t point) {
   put(0x80 | (point & 0x3F));
 }
 
+// Whether the text is ASCII, as nearly every text is: then each unit is one byte. Eight bytes at a time.
+bool IsAscii(std::u16string_view text) {
+  constexpr std::size_t kStep = sizeof(std::uint64_t) / sizeof(char16_t);
+  std::size_t at = 0;
+  std::uint64_t seen = 0;
+  for (; at + kStep <= text.size(); at += kStep) {
+    std::uint64_t units = 0;
+    std::memcpy(&units, text.data() + at, sizeof units);
+    seen |= units;
+  }
+  for (; at < text.size(); ++at) seen |= text[at];
+  return (seen & 0xFF80FF80FF80FF80) == 0;
+}
+
 int Fail(DWORD error) {
   SetLastError(error);
   return 0;
@@ -91,12 +106,13 @@ std::basic_string_view<Char> Input(const Char* text, int length) {
 }
 
 // Copies a result to the caller's buffer as far as it fits; tells its size when there is no buffer.
-template <class Char>
-int Deliver(const std::basic_string<Char>& result, Char* buffer, int size) {
+template <class Text, class Char>
+int Deliver(const Text& result, Char* buffer, int size) {
   if (result.size() > INT_MAX) return Fail(ERROR_INVALID_PARAMETER);
   if (size != 0) {
     const auto room = static_cast<std::size_t>(size);
-    std::copy_n(result.data(), std::min(result.size(), room), buffer);
+    std::transform(result.begin(), result.begin() + static_cast<std::ptrdiff_t>(std::min(result.size(), room)), buffer,
+                   [](auto unit) { return static_cast<Char>(unit); });
     if (result.size() > room) return Fail(ERROR_INSUFFICIENT_BUFFER);
   }
   return static_cast<int>(result.size());
@@ -128,6 +144,7 @@ int WideCharToMultiByte(CodePage codePage, DWORD flags, const char16_t* wide, in
   }
   std::u16string_view input = Input(wide, wideLength);
   if (codePage == CP_THREAD_ACP) return Deliver(ansi::FromWide(input), text, size);
+  if (IsAscii(input)) return Deliver(input, text, size);
   std::string result;
   result.reserve(input.size());
   while (!input.empty()) PutUtf8(result, TakeUtf16(input));
@@ -138,10 +155,13 @@ int WideCharToMultiByte(CodePage codePage, DWORD flags, const char16_t* wide, in
 
 char16_t* wcstok_s(char16_t* text, const char16_t* delimiters, char16_t** context) noexcept {
   const std::u16string_view set(delimiters);
+  const auto delimits = [&set, only = set.size() == 1 ? set[0] : u'\0'](char16_t unit) {
+    return only != u'\0' ? unit == only : set.contains(unit);
+  };
   char16_t* start = text != nullptr ? text : *context;
-  while (*start != u'\0' && set.contains(*start)) ++start;
+  while (*start != u'\0' && delimits(*start)) ++start;
   char16_t* end = start;
-  while (*end != u'\0' && !set.contains(*end)) ++end;
+  while (*end != u'\0' && !delimits(*end)) ++end;
   *context = *end == u'\0' ? end : end + 1;
   *end = u'\0';
   return end == start ? nullptr : start;

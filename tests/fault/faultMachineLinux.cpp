@@ -31,13 +31,20 @@ void PutBack(const files::path& file, const files::path& kept) {
 
 constexpr const char16_t* kProduct = u"Software\\Corvane\\Lumenar";
 constexpr const char16_t* kRoot = u"Software\\Corvane\\Lumenar\\URLRedirection";
+constexpr const char16_t* kScheme = u"Software\\Corvane\\Lumenar\\URLRedirection\\walked";
 constexpr const char16_t* kPolicy = u"Software\\Policies\\Corvane\\Lumenar\\URLRedirection\\apppath";
 
-void WriteSettings(std::u16string_view origin) {
+void WriteRoot(Hive hive, std::u16string_view origin) {
+  support::SetText(hive, kRoot, u"Origin", origin);
+  support::SetNumber(hive, kRoot, u"Enabled", 1);
+  support::SetNumber(hive, kRoot, u"DebugLog", 1);
+  support::SetText(hive, kScheme, u"rules", u"*.first;second");
+}
+
+void WriteSettings(std::u16string_view origin, SettingsOf settings) {
   support::SetText(Hive::Machine, kProduct, u"ClientInstallPath", u"C:\\Client\\");
-  support::SetText(Hive::Machine, kRoot, u"Origin", origin);
-  support::SetNumber(Hive::Machine, kRoot, u"Enabled", 1);
-  support::SetNumber(Hive::Machine, kRoot, u"DebugLog", 1);
+  WriteRoot(Hive::Machine, origin);
+  if (settings == SettingsOf::MachineAndUser) WriteRoot(Hive::User, origin);
   support::SetText(Hive::Machine, kPolicy, u"allowlist", u"^(a|b)*((c|d)*)never;^apppathrd/path=");
   support::SetText(Hive::Machine, kPolicy, u"brokerHostname", u"host1");
   support::SetText(Hive::Machine, kPolicy, u"remoteItem", u"Calc");
@@ -55,11 +62,17 @@ std::u16string LogFolder() {
   return std::u16string(folder).append(u"corvane-").append(user);
 }
 
+std::u16string LocalFolder() {
+  char16_t folder[platform::MAX_PATH] = {};
+  platform::SHGetFolderPathW(nullptr, platform::CSIDL_LOCAL_APPDATA, nullptr, 0, folder);
+  return folder;
+}
+
 }  // namespace
 
-FaultMachine::FaultMachine(std::u16string_view origin)
+FaultMachine::FaultMachine(std::u16string_view origin, SettingsOf settings)
     : hives_(machine_.HostPath(u"C:").parent_path()), kept_(machine_.HostPath(u"C:\\kept")) {
-  WriteSettings(origin);
+  WriteSettings(origin, settings);
   files::create_directories(kept_);
   for (const char* hive : {"machine.reg", "user.reg"}) files::copy_file(hives_ / hive, kept_ / hive);
   const files::path client = machine_.HostPath(u"C:\\Client\\lumenar-client.exe");
@@ -67,11 +80,16 @@ FaultMachine::FaultMachine(std::u16string_view origin)
   files::copy_file(LUMENAR_EMPTY_PROGRAM, client);
   logs_ = machine_.HostPath(LogFolder());
   files::create_directories(logs_);
+  const files::path local = machine_.HostPath(LocalFolder());
+  browsers_ = {local / "Google/Chrome/User Data/Default/Extensions/pgmkcoafbnjdeihlmkgobfajcpeidnhl/1.0",
+               local / "Mozilla/Firefox/Profiles"};
+  for (const files::path& browser : browsers_) files::create_directories(browser);
 }
 
 void FaultMachine::Restore() const {
   for (const char* hive : {"machine.reg", "user.reg"}) PutBack(hives_ / hive, kept_ / hive);
   for (const auto& log : files::directory_iterator(logs_)) files::remove(log);
+  for (const files::path& browser : browsers_) files::remove(browser / "data.json");
 }
 
 std::vector<std::string> FaultMachine::LogTexts() const {

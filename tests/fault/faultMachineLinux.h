@@ -10,13 +10,17 @@
 
 namespace fault {
 
+// Whose redirection settings there are.
+enum class SettingsOf : std::uint8_t { Machine, MachineAndUser };
+
 class FaultMachine {
  public:
   // `origin` is "Client" or "Agent". The policy has a rule that does not match and needs a thread of its own for that,
-  // and one that matches every app path. A URL of the scheme "fault" has a handler.
-  explicit FaultMachine(std::u16string_view origin);
+  // and one that matches every app path. A URL of the scheme "fault" has a handler; the scheme "walked" is to be
+  // redirected. Chrome has the extension, Edge does not, and Firefox's folder is there.
+  explicit FaultMachine(std::u16string_view origin, SettingsOf settings = SettingsOf::Machine);
 
-  // Puts the registry back to what it was, and empties the daily log.
+  // Puts the registry back to what it was, removes the browsers' data, and empties the daily log.
   void Restore() const;
   // The texts of the daily log, without their stamps and line ends.
   [[nodiscard]] std::vector<std::string> LogTexts() const;
@@ -28,6 +32,7 @@ class FaultMachine {
   std::filesystem::path hives_;
   std::filesystem::path kept_;
   std::filesystem::path logs_;
+  std::vector<std::filesystem::path> browsers_;  // The folders that take a data file.
 };
 
 // Whether no process holds the mutex of the resident helper.

@@ -43,10 +43,12 @@ Texts PromisedHandles(const Texts& calls, const Promise& promise) {
 }
 
 // All but those that stay open or not, as it comes: of a root whose settings cannot be read, each time that the
-// browsers' data are written; and what a watcher uses that could not be told to end, or was not waited for.
+// browsers' data are written; of a scheme whose registration stays half done; and what a watcher uses that could not be
+// told to end, or was not waited for.
 Texts JudgedHandles(const Ending& ending, const Promise& promise) {
   Texts handles = ending.liveHandles;
   if (promise.amongOthers && Failed(ending.calls, "NtQueryValueKey")) std::erase(handles, "NativeKey");
+  if (Failed(ending.calls, "RegSetValueExW")) std::erase(handles, "RegistryKey");
   if (Failed(ending.calls, "SetEvent") || Failed(ending.calls, "WaitForSingleObject")) {
     std::erase(handles, "Event");
     std::erase(handles, "RegistryKey");

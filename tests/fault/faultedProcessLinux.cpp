@@ -83,11 +83,15 @@ bool FaultedProcess::AwaitServing() {
   }
 }
 
-Ending FaultedProcess::AwaitEnd() {
-  Ending ending;
+bool FaultedProcess::EndsWithin(int milliseconds) const {
   const Descriptor ended = EndOf(process_.Id());
   pollfd event{.fd = ended.get(), .events = POLLIN, .revents = 0};
-  ending.hung = poll(&event, 1, kBoundMilliseconds) == 0;
+  return poll(&event, 1, milliseconds) != 0;
+}
+
+Ending FaultedProcess::AwaitEnd() {
+  Ending ending;
+  ending.hung = !EndsWithin(kBoundMilliseconds);
   if (ending.hung) process_.Kill();
   ending.exitCode = process_.Wait();
   ending.errorOutput = process_.ErrorOutput();

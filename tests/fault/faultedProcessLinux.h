@@ -34,6 +34,8 @@ class FaultedProcess {
 
   // Waits until the process serves its helper window, or ends; true when it serves.
   [[nodiscard]] bool AwaitServing();
+  // Whether the process has ended by then.
+  [[nodiscard]] bool EndsWithin(int milliseconds) const;
   [[nodiscard]] Ending AwaitEnd();
 
  private:

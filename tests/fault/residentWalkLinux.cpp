@@ -32,9 +32,11 @@ TEST_P(Resident, FromStartToEnd) {
   const Promise promise{
       .log = all,
       .unless =
-          {// The machine's root, behind two places where there is none: by the start itself, and for the handlers.
+          {// The machine's root, behind two places where there is none: by the start itself, for the handlers, and for
+           // the path of their command.
            {"RegOpenKeyExW#3", Behind(noRoot, all)},
            {"RegOpenKeyExW#6", Behind(noRoot, all)},
+           {"RegOpenKeyExW#15", Behind(noRoot, all)},
            {"RegisterClassExW#1", {"Failed to create helper window, err=0x0000057f"}},  // There is no such class.
            {"CreateWindowExW#1", {"Failed to create helper window, err=0x00000008"}},
            {"CreateEventW#1", {"Failed to create shutdown event, err=0x00000008"}},

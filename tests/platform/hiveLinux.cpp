@@ -205,6 +205,16 @@ TEST_F(HiveReading, SeesAnEditThatKeepsTheFilesLength) {
   }
 }
 
+TEST_F(HiveReading, SeesANewFileAlsoWhereTheOldOneKeepsAnotherName) {
+  WriteFile("user.reg", std::string(kHead) + "\"a\"=\"old\"\n");
+  ASSERT_EQ(link(PathOf("user.reg").c_str(), PathOf("backup").c_str()), 0);
+  ASSERT_EQ(ValueOf(u"a")->second, TextData(u"old"));
+  WriteFile("user.reg", std::string(kHead) + "\"a\"=\"new\"\n");
+  EXPECT_EQ(ValueOf(u"a")->second, TextData(u"new"));
+  ASSERT_EQ(std::rename(PathOf("backup").c_str(), PathOf("user.reg").c_str()), 0);
+  EXPECT_EQ(ValueOf(u"a")->second, TextData(u"old"));
+}
+
 TEST_F(HiveReading, OfAFileThatVanishesIsAnEmptyHive) {
   support::SetNumber(Hive::User, kBase, u"v", 1);
   ASSERT_EQ(unlink(PathOf("user.reg").c_str()), 0);

@@ -91,6 +91,18 @@ TEST(Utf8, LoneSurrogatesAreEncodedAsReplacements) {
   EXPECT_EQ(Encoded(u"\xD83D\xD83D\xDE00"), "\xEF\xBF\xBD\xF0\x9F\x98\x80");
 }
 
+TEST(Utf8, AUnitOutsideAsciiIsFoundAnywhere) {
+  for (std::size_t length = 1; length <= 12; ++length) {
+    for (std::size_t at = 0; at < length; ++at) {
+      std::u16string wide(length, u'\x7F');
+      wide[at] = u'\x80';
+      std::string expected(length + 1, '\x7F');
+      expected.replace(at, 2, "\xC2\x80");
+      EXPECT_EQ(Encoded(wide), expected);
+    }
+  }
+}
+
 TEST(Utf8, SizeIsToldWhenThereIsNoBuffer) {
   EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "\xF0\x9F\x98\x80z", 5, nullptr, 0), 3);
   EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, u"\u20ACz", 2, nullptr, 0, nullptr, nullptr), 4);

@@ -15,8 +15,8 @@ using DataFileFaults = ResidentTest;
 // A disk of 16 KiB in the place of a folder.
 class SmallDisk {
  public:
-  explicit SmallDisk(const std::filesystem::path& folder)
-      : folder_(folder), mounted_(mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=16k") == 0) {}
+  explicit SmallDisk(const std::filesystem::path& folder, unsigned long flags = 0)
+      : folder_(folder), mounted_(mount("tmpfs", folder.c_str(), "tmpfs", flags, "size=16k") == 0) {}
   SmallDisk(const SmallDisk&) = delete;
   SmallDisk& operator=(const SmallDisk&) = delete;
   ~SmallDisk() {
@@ -50,6 +50,18 @@ TEST_F(DataFileFaults, AWriteThatFailsLeavesTheFileEmptyAndIsLogged) {
   EXPECT_THAT(log.Texts(), ElementsAre("Failed to write to C:\\test\\data.json, error=0x00000070\n"));
   EXPECT_TRUE(browser::WriteDataFile("new", file));
   EXPECT_EQ(Content(file), "new");
+}
+
+TEST_F(DataFileFaults, AVersionThatIsReadOnlyIsLoggedAndTheOthersAreWritten) {
+  const std::u16string folder = machine.Folder() + u"ext";
+  MakeFolder(folder + u"\\1");
+  MakeFolder(folder + u"\\2");
+  const SmallDisk disk(machine.HostPath(folder + u"\\1"), MS_RDONLY);
+  if (!disk) GTEST_SKIP() << "this user may not mount a small disk";
+  EXPECT_TRUE(browser::WriteChromiumDataFiles(folder, "doc"));
+  EXPECT_EQ(Content(folder + u"\\1\\data.json"), std::nullopt);
+  EXPECT_EQ(Content(folder + u"\\2\\data.json"), "doc");
+  EXPECT_THAT(log.Texts(), ElementsAre("Failed to create C:\\test\\ext\\1\\data.json, error=0x00000005\n"));
 }
 
 TEST_F(DataFileFaults, OnAFullDiskIsCutShortAndTheNextWriteHealsIt) {

@@ -1,6 +1,8 @@
 // Data files on the disk, and the folders that hold them.
 #include "browser/dataFile.h"
 
+#include <fstream>
+
 #include "platform/error.h"
 #include "platform/raii.h"
 #include "tests/resident/residentTest.h"
@@ -130,6 +132,18 @@ TEST_F(DataFile, OneVersionThatCannotTakeItDoesNotKeepItFromTheOthers) {
     EXPECT_EQ(Content(folder + (*blocked == u'1' ? u"\\2" : u"\\1") + u"\\data.json"), "doc");
     std::filesystem::remove_all(machine.HostPath(folder));
   }
+}
+
+TEST_F(DataFile, ThatIsReadOnlyKeepsItsContentAndTheOtherVersionsAreWritten) {
+  Put(folder + u"\\1\\data.json", "old");
+  MakeFolder(folder + u"\\2");
+  const std::filesystem::path onDisk = machine.HostPath(folder + u"\\1\\data.json");
+  std::filesystem::permissions(onDisk, std::filesystem::perms::owner_read);
+  const bool writable = static_cast<bool>(std::ofstream(onDisk, std::ios::app));
+  EXPECT_TRUE(browser::WriteChromiumDataFiles(folder, "doc"));
+  EXPECT_EQ(Content(folder + u"\\2\\data.json"), "doc");
+  EXPECT_EQ(Content(folder + u"\\1\\data.json"), writable ? "doc" : "old") << "a superuser may write it";
+  std::filesystem::permissions(onDisk, std::filesystem::perms::owner_all);
 }
 
 TEST_F(DataFile, InNoVersionAtAllIsAFailure) {

@@ -141,6 +141,17 @@ TEST_F(DefaultHandlers, LeaveASchemeToAnotherProgramOfTheUser) {
   EXPECT_THAT(Supported(0), ElementsAre(Scheme(u"a"), Scheme(u"b")));
 }
 
+TEST_F(DefaultHandlers, NeverTouchAnotherProgramsSchemeThatIsNotRedirected) {
+  MakeClient();
+  Redirect(u"a");
+  Register(Hive::User, u"other", u"\"C:\\other.exe\" %1");
+  EXPECT_TRUE(settings::SyncDefaultHandlers());
+  EXPECT_EQ(CommandOf(u"a"), Unterminated(kOwnCommand));
+  EXPECT_TRUE(settings::RemoveAllDefaultHandlers());
+  EXPECT_EQ(CommandOf(u"a"), std::nullopt);
+  EXPECT_EQ(CommandOf(u"other"), Terminated(u"\"C:\\other.exe\" %1"));
+}
+
 TEST_F(DefaultHandlers, FromAnOlderPlaceAreKeptUntilTheListsDiffer) {
   MakeClient();
   Redirect(u"a");

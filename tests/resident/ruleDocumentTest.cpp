@@ -204,6 +204,14 @@ TEST_F(RuleDocument, WithAnOriginThatIsNeitherSideThereIsNone) {
   EXPECT_THAT(helper.Traces(), ElementsAre("GetUrlRedirectionRules: Url Redirection origin is unknown.\n"));
 }
 
+TEST_F(RuleDocument, WithoutACurrentRootThereIsNoneAlsoWhereThereIsALegacyRoot) {
+  SetText(Hive::Machine, kLegacyRoot, u"Origin", u"Agent");
+  SetNumber(Hive::Machine, kLegacyRoot, u"Enabled", 1);
+  SetText(Hive::Machine, kLegacyRoot + u"\\old", u"rules", u"*r");
+  EXPECT_EQ(GetUrlRedirectionRules(BrowserType::Chrome), "");
+  EXPECT_THAT(helper.Traces(), ElementsAre("GetUrlRedirectionRules: Url Redirection origin is unknown.\n"));
+}
+
 TEST_F(RuleDocument, OfTheLegacyRootListsItsSchemesAndSaysThatRedirectionIsOff) {
   SetText(Hive::Machine, kRoot, u"Origin", u"Agent");
   SetNumber(Hive::Machine, kLegacyRoot, u"Enabled", 1);
