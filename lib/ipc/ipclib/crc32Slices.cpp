@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "lib/ipc/ipclib/crc32Methods.h"
 #include "lib/ipc/ipclib/littleEndian.h"
 
@@ -27,17 +29,19 @@ consteval std::array<Table, kSlices> MakeTables() {
 
 constexpr std::array<Table, kSlices> kTables = MakeTables();
 
-std::uint32_t Slice(std::uint32_t state, std::span<const std::byte, kSlices> bytes) noexcept {
-  const std::uint64_t word = readLittleEndian<std::uint64_t>(bytes) ^ state;
-  std::uint32_t next = 0;
-  for (std::size_t byte = 0; byte < kSlices; ++byte) next ^= kTables[kSlices - 1 - byte][(word >> (8 * byte)) & 0xFF];
-  return next;
+// Spelled out for every byte, for a loop of eight stays a loop.
+template <std::size_t... Byte>
+std::uint32_t Slice(std::uint64_t word, std::index_sequence<Byte...>) noexcept {
+  return (kTables[kSlices - 1 - Byte][(word >> (8 * Byte)) & 0xFF] ^ ...);
 }
 
 }  // namespace
 
 std::uint32_t bySlices(std::uint32_t state, std::span<const std::byte> bytes) noexcept {
-  for (; bytes.size() >= kSlices; bytes = bytes.subspan(kSlices)) state = Slice(state, bytes.first<kSlices>());
+  for (; bytes.size() >= kSlices; bytes = bytes.subspan(kSlices)) {
+    const std::uint64_t word = readLittleEndian<std::uint64_t>(bytes.first<kSlices>());
+    state = Slice(word ^ state, std::make_index_sequence<kSlices>());
+  }
   for (const std::byte byte : bytes)
     state = (state >> 8) ^ kTables[0][(state ^ static_cast<std::uint32_t>(byte)) & 0xFF];
   return state;
