@@ -6,37 +6,19 @@
 #include <cstdint>
 #include <random>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "lib/ipc/ipclib/crc32Methods.h"
+#include "tests/ipc/tableCrc.h"
 
 namespace {
 
+using ipcTests::TableCrc;
+using ipcTests::TableCrcState;
 using quill::ipc::crc32;
 namespace methods = quill::ipc::crc32Methods;
-
-// The usual method: one byte at a time, by a table of 256.
-class TableMethod {
- public:
-  TableMethod() {
-    for (std::uint32_t byte = 0; byte < 256; ++byte) {
-      std::uint32_t entry = byte;
-      for (int bit = 0; bit < 8; ++bit) entry = (entry & 1) != 0 ? entry >> 1 ^ 0xEDB88320 : entry >> 1;
-      table_[byte] = entry;
-    }
-  }
-  [[nodiscard]] std::uint32_t State(std::uint32_t state, std::span<const std::byte> bytes) const {
-    for (const std::byte byte : bytes) state = state >> 8 ^ table_[(state ^ static_cast<std::uint8_t>(byte)) & 0xFF];
-    return state;
-  }
-  [[nodiscard]] std::uint32_t Of(std::span<const std::byte> bytes) const { return ~State(0xFFFFFFFF, bytes); }
-
- private:
-  std::uint32_t table_[256] = {};
-};
-
-const TableMethod table;
 
 std::vector<std::byte> RandomBytes(std::size_t size, std::mt19937& random) {
   std::vector<std::byte> bytes(size);
@@ -71,7 +53,7 @@ TEST_P(Crc32Method, AgreesWithTheTableForEveryLengthUpTo1024) {
   const auto bytes = RandomBytes(1024 + 64, random);
   for (std::size_t length = 0; length <= 1024; ++length) {
     const auto some = std::span(bytes).subspan(random() % 64, length);
-    ASSERT_EQ(~State(0xFFFFFFFF, some), table.Of(some)) << length;
+    ASSERT_EQ(~State(0xFFFFFFFF, some), TableCrc(some)) << length;
   }
 }
 
@@ -81,7 +63,7 @@ TEST_P(Crc32Method, AgreesWithTheTableAtEveryAlignment) {
   for (std::size_t offset = 0; offset < 64; ++offset) {
     for (const std::size_t length : {1U, 63U, 64U, 65U, 127U, 128U, 129U, 300U}) {
       const auto some = std::span(bytes).subspan(offset, length);
-      ASSERT_EQ(~State(0xFFFFFFFF, some), table.Of(some)) << offset << " " << length;
+      ASSERT_EQ(~State(0xFFFFFFFF, some), TableCrc(some)) << offset << " " << length;
     }
   }
 }
@@ -92,7 +74,7 @@ TEST_P(Crc32Method, AgreesWithTheTableAtRandomOffsets) {
   for (int round = 0; round < 300; ++round) {
     const std::size_t offset = random() % bytes.size();
     const auto some = std::span(bytes).subspan(offset, random() % (bytes.size() - offset));
-    ASSERT_EQ(~State(0xFFFFFFFF, some), table.Of(some)) << offset << " " << some.size();
+    ASSERT_EQ(~State(0xFFFFFFFF, some), TableCrc(some)) << offset << " " << some.size();
   }
 }
 
@@ -102,7 +84,7 @@ TEST_P(Crc32Method, CarriesItsStateFromPieceToPiece) {
   for (int round = 0; round < 300; ++round) {
     const std::size_t cut = random() % bytes.size();
     const std::uint32_t state = State(0xFFFFFFFF, std::span(bytes).first(cut));
-    ASSERT_EQ(~State(state, std::span(bytes).subspan(cut)), table.Of(bytes)) << cut;
+    ASSERT_EQ(~State(state, std::span(bytes).subspan(cut)), TableCrc(bytes)) << cut;
   }
 }
 
@@ -111,7 +93,7 @@ TEST_P(Crc32Method, TakesAnyStateToBeginWith) {
   for (const std::size_t length : {0U, 5U, 64U, 200U}) {
     const auto bytes = RandomBytes(length, random);
     for (const std::uint32_t state : {0U, 1U, 0x80000000U, 0xFFFFFFFFU}) {
-      ASSERT_EQ(State(state, bytes), table.State(state, bytes)) << length;
+      ASSERT_EQ(State(state, bytes), TableCrcState(state, bytes)) << length;
     }
   }
 }
@@ -119,7 +101,7 @@ TEST_P(Crc32Method, TakesAnyStateToBeginWith) {
 TEST_P(Crc32Method, ReadsNothingOutsideItsBytes) {
   for (std::size_t length = 0; length <= 200; ++length) {
     const std::vector<std::byte> exact(length, std::byte{7});  // The address sanitizer watches both of its ends.
-    ASSERT_EQ(~State(0xFFFFFFFF, exact), table.Of(exact)) << length;
+    ASSERT_EQ(~State(0xFFFFFFFF, exact), TableCrc(exact)) << length;
   }
 }
 
@@ -130,7 +112,7 @@ TEST(Crc32, AgreesWithTheTable) {
   std::mt19937 random(6);
   for (const std::size_t length : {1U, 16U, 73U, 64U * 1024U}) {
     const auto bytes = RandomBytes(length, random);
-    EXPECT_EQ(crc32(bytes), table.Of(bytes)) << length;
+    EXPECT_EQ(crc32(bytes), TableCrc(bytes)) << length;
   }
 }
 
