@@ -1,4 +1,4 @@
-// Lets a test say which allocation of this thread fails. The test program is linked so that its calls of malloc, the
+// Lets a test say which allocation fails. The test program is linked so that its calls of malloc, the
 // library's among them, come here.
 #pragma once
 
@@ -6,7 +6,7 @@
 
 namespace ipcTests {
 
-// Until it goes, malloc on this thread has no room for just so many bytes.
+// Until it goes, malloc has no room for just so many bytes. One at a time.
 class NoRoomFor {
  public:
   explicit NoRoomFor(std::size_t size);
