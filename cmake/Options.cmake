@@ -32,6 +32,11 @@ else()
   target_compile_definitions(lumenar_options INTERFACE $<$<CONFIG:RelWithDebInfo>:_FORTIFY_SOURCE=2>)
 endif()
 
+if(LUMENAR_FUZZ)
+  # The fuzzer is led by what it reaches in our code; its own entry comes with the targets alone.
+  target_compile_options(lumenar_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 target_link_options(lumenar_options INTERFACE -Wl,--gc-sections)
 if(WIN32)
   # One self-contained file: the compiler's runtime is linked in, only system DLLs stay imported. What checks stacks and

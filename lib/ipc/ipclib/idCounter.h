@@ -1,0 +1,18 @@
+// Ids that a process draws from counters of its own.
+#pragma once
+
+#include <atomic>
+#include <concepts>
+
+namespace quill::ipc {
+
+// The next number of the counter, which is 1 for one that begins at 0. Never 0, not even when the counter has come
+// round.
+template <std::unsigned_integral Number>
+[[nodiscard]] Number drawId(std::atomic<Number>& counter) noexcept {
+  Number id = 0;
+  while (id == 0) id = static_cast<Number>(counter.fetch_add(1, std::memory_order_relaxed) + 1);
+  return id;
+}
+
+}  // namespace quill::ipc

@@ -1,0 +1,23 @@
+#include "tests/ipc/failingMalloc.h"
+
+#include <atomic>
+
+namespace {
+constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+// Not one for each thread: on Windows the compiler's support for those allocates, and would come here again.
+std::atomic<std::size_t> refused = kNone;
+}  // namespace
+
+// The names are the linker's.
+extern "C" {
+void* __real_malloc(std::size_t size);
+void* __wrap_malloc(std::size_t size);
+void* __wrap_malloc(std::size_t size) { return size == refused ? nullptr : __real_malloc(size); }
+}
+
+namespace ipcTests {
+
+NoRoomFor::NoRoomFor(std::size_t size) { refused = size; }
+NoRoomFor::~NoRoomFor() { refused = kNone; }
+
+}  // namespace ipcTests
