@@ -1,16 +1,14 @@
 #include "platform/linux/commandLine.h"
 
-#include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <optional>
 
 #include "platform/error.h"
-#include "platform/linux/descriptor.h"
 #include "platform/linux/faults.h"
 #include "platform/linux/machine.h"
 #include "platform/shell.h"
@@ -77,39 +75,40 @@ std::u16string Quoted(std::u16string_view argument) {
   return quoted.append(backslashes, u'\\') + u'"';
 }
 
-// The arguments that the host started this process with.
+// The arguments that the host started this process with, one text with a NUL behind each. They lie behind one another,
+// and stay, whatever the program does to its list of them.
+constinit std::string_view hostArguments;
+
+// The host's C library calls initialisers with what main gets.
+[[gnu::constructor]] void KeepHostArguments(int count, char** texts) {
+  if (count <= 0) return;
+  const char* const last = texts[count - 1];
+  hostArguments = {texts[0], last + std::strlen(last) + 1};
+}
+
 std::vector<std::string> HostArguments() {
-  const Descriptor file(open("/proc/self/cmdline", O_RDONLY | O_CLOEXEC));
-  std::string all;
-  char chunk[4096];
-  for (ssize_t got = 0; (got = read(file.get(), chunk, sizeof chunk)) != 0;) {
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) break;
-    all.append(chunk, static_cast<std::size_t>(got));
-  }
   std::vector<std::string> arguments;
-  for (std::size_t at = 0; at < all.size();) {
-    arguments.emplace_back(all.c_str() + at);
-    at += arguments.back().size() + 1;
+  for (std::string_view rest = hostArguments; !rest.empty(); rest.remove_prefix(arguments.back().size() + 1)) {
+    arguments.emplace_back(rest.substr(0, rest.find('\0')));
   }
   return arguments;
 }
 
 // What the starter passed, unless it is another process's: the variable is inherited by whoever is started otherwise.
-std::optional<std::u16string> PassedLine(const std::vector<std::string>& hostArguments) {
+std::optional<std::u16string> PassedLine(const std::vector<std::string>& given) {
   const char* variable = std::getenv(kVariable);
   if (variable == nullptr || *variable == '\0') return std::nullopt;
   std::u16string line = machine::FromHost(variable);
-  const bool ours = std::ranges::equal(Split(line), hostArguments, {},
+  const bool ours = std::ranges::equal(Split(line), given, {},
                                        [](const std::u16string& argument) { return machine::ToHost(argument); });
   return ours ? std::optional(std::move(line)) : std::nullopt;
 }
 
 std::u16string LineOfThisProcess() {
-  const std::vector<std::string> hostArguments = HostArguments();
-  if (auto passed = PassedLine(hostArguments)) return std::move(*passed);
+  const std::vector<std::string> given = HostArguments();
+  if (auto passed = PassedLine(given)) return std::move(*passed);
   std::vector<std::u16string> arguments;
-  for (const std::string& argument : hostArguments) arguments.push_back(machine::FromHost(argument));
+  for (const std::string& argument : given) arguments.push_back(machine::FromHost(argument));
   return Join(arguments);
 }
 

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <memory>
 #include <optional>
 
 #include "platform/error.h"
@@ -97,10 +96,16 @@ std::string Folder() { return machine::RuntimeFolder("windows"); }
 
 std::vector<WindowName> List(const std::string& folder) {
   std::vector<WindowName> names;
-  const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(folder.c_str()), &closedir);
-  if (!directory) return names;
-  while (const dirent* entry = readdir(directory.get())) {
-    if (auto name = WindowName::Parse(entry->d_name)) names.push_back(*std::move(name));
+  const Descriptor directory(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // There are few windows; the C library would take 32 KiB of memory to read their names.
+  alignas(dirent64) char entries[4096];
+  ssize_t length = 0;
+  while (directory && (length = getdents64(directory.get(), entries, sizeof entries)) > 0) {
+    for (ssize_t at = 0; at < length;) {
+      const auto* entry = reinterpret_cast<const dirent64*>(entries + at);
+      if (auto name = WindowName::Parse(entry->d_name)) names.push_back(*std::move(name));
+      at += entry->d_reclen;
+    }
   }
   std::ranges::sort(names, [](const WindowName& left, const WindowName& right) {
     return left.topLevel != right.topLevel ? left.topLevel : left.made > right.made;

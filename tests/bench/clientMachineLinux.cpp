@@ -29,6 +29,8 @@ std::string LogFolder() {
 
 ClientMachine::ClientMachine() {
   Run(BesideTests("standInRegedit"), {LUMENAR_SAMPLE_POLICY});
+  // The settings that the resident helper watches.
+  support::CreateKey(support::Hive::User, u"Software\\Corvane\\Lumenar");
   const files::path client = machine_.HostPath(u"C:\\Client\\lumenar-client.exe");
   files::create_directories(client.parent_path());
   files::copy_file(support::Beside("emptyStatic"), client);

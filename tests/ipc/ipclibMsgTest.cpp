@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -126,12 +127,12 @@ TEST(MessageAppend, ThrowsWithoutRoomAndLeavesTheMessageAsItWas) {
 TEST(Message, ThatBorrowsDoesNotFreeItsData) {
   auto* const text = static_cast<std::byte*>(std::malloc(3));
   ASSERT_NE(text, nullptr);
-  std::memcpy(text, "abc", 3);
+  std::fill_n(text, 3, std::byte{7});
   {
     const LmIpclibMsg message(LmIpclibMsgType::Msg, 0, LmIpcStatusCode::Success, nullptr, kSource, kDestination, 3,
                               text, kIgnore);
   }
-  EXPECT_EQ(std::memcmp(text, "abc", 3), 0);
+  EXPECT_EQ(std::count(text, text + 3, std::byte{7}), 3);
   std::free(text);
 }
 

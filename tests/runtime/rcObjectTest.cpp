@@ -191,7 +191,8 @@ TEST_F(RCPtrTest, AssignmentReleasesWhatWasThere) {
 TEST_F(RCPtrTest, ResetAndTheDestructorRelease) {
   RCPtr<Thing> pointer(new Thing);
   {
-    const RCPtr<Thing> copy(pointer);
+    RCPtr<Thing> copy;
+    copy = pointer;
     EXPECT_EQ(pointer->Count(), 2u);
   }
   EXPECT_EQ(pointer->Count(), 1u);
