@@ -336,20 +336,4 @@ TEST(Pool, NeverRunsMoreCallbacksThanItsMaximum) {
   WaitForThreadpoolWorkCallbacks(work.get(), false);
 }
 
-TEST(Pool, MayBeClosedBeforeTheObjectsThatBelongToIt) {
-  for (int i = 0; i < kRepetitions; ++i) {
-    std::atomic<int> runs{0};
-    Function count = [&](PTP_CALLBACK_INSTANCE) { ++runs; };
-    UniqueWork work;
-    {
-      OneThread one;
-      work = NewWork(count, one.Environment());
-      SubmitThreadpoolWork(work.get());
-    }
-    SubmitThreadpoolWork(work.get());
-    WaitForThreadpoolWorkCallbacks(work.get(), false);
-    EXPECT_EQ(runs, 2);
-  }
-}
-
 }  // namespace
