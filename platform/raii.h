@@ -9,6 +9,7 @@
 #include "platform/handles.h"
 #include "platform/registry.h"
 #include "platform/shell.h"
+#include "platform/threadPool.h"
 
 namespace platform {
 
@@ -54,6 +55,11 @@ using UniqueProcess = Owner<ProcessHandle, &CloseHandle>;
 using UniqueFile = Owner<FileHandle, &CloseHandle>;
 using UniqueNativeKey = Owner<NativeKeyHandle, &CloseHandle>;
 using UniqueKey = Owner<HKEY, &RegCloseKey>;
+using UniquePool = Owner<PTP_POOL, &CloseThreadpool>;
+using UniqueCleanupGroup = Owner<PTP_CLEANUP_GROUP, &CloseThreadpoolCleanupGroup>;
+using UniqueWork = Owner<PTP_WORK, &CloseThreadpoolWork>;
+using UniqueWait = Owner<PTP_WAIT, &CloseThreadpoolWait>;
+using UniqueTimer = Owner<PTP_TIMER, &CloseThreadpoolTimer>;
 using UniqueFind = Owner<FindHandle, &FindClose>;
 template <class T>
 using UniqueTaskMemory = Owner<T*, &CoTaskMemFree>;

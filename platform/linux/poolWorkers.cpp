@@ -1,0 +1,202 @@
+#include "platform/linux/poolWorkers.h"
+
+#include <linux/futex.h>
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <new>
+#include <thread>
+#include <utility>
+
+#include "platform/error.h"
+#include "platform/linux/faults.h"
+#include "platform/linux/poolPoller.h"
+
+namespace platform {
+
+// A thread of a pool. Lives on that thread's stack.
+class PoolWorker {
+ public:
+  explicit PoolWorker(TP_POOL& pool) noexcept : pool_(pool) {}
+  // Runs callbacks until the pool has no use for the thread.
+  void Run();
+
+  [[nodiscard]] TP_POOL& Pool() const noexcept { return pool_; }
+  // REQUIRES: the thread has been taken from the idle ones.
+  void Wake() noexcept {
+    woken_.store(1, std::memory_order_release);
+    syscall(SYS_futex, &woken_, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+  }
+
+  PoolWorker* nextIdle = nullptr;
+  // A callback of this thread has submitted one that no other thread was woken for.
+  bool keepsOne = false;
+
+ private:
+  void RunNext(PoolLock& lock);
+  // False when the thread is to end instead.
+  bool Rest(PoolLock& lock);
+
+  TP_POOL& pool_;
+  std::atomic<std::uint32_t> woken_{0};
+};
+
+namespace {
+
+thread_local PoolWorker* currentWorker = nullptr;
+
+// So many threads run callbacks when none of them blocks.
+unsigned Concurrency(const TP_POOL& pool) noexcept {
+  static const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
+  return std::min(processors, pool.maximum);
+}
+
+PoolWorker* TakeIdle(TP_POOL& pool) noexcept {
+  PoolWorker* const worker = pool.idle;
+  if (worker == nullptr) return nullptr;
+  pool.idle = worker->nextIdle;
+  --pool.idleCount;
+  return worker;
+}
+
+void* RunWorker(void* pool) {
+  PoolWorker(*static_cast<TP_POOL*>(pool)).Run();
+  return nullptr;
+}
+
+// A thread that the host refuses now is asked for again by the poller.
+void StartWorker(TP_POOL& pool, PoolLock lock) noexcept {
+  ++pool.workers;
+  lock.unlock();
+  pthread_t thread{};
+  if (pthread_create(&thread, nullptr, &RunWorker, &pool) == 0) {
+    pthread_detach(thread);
+    return;
+  }
+  lock.lock();
+  --pool.workers;
+  Watch(pool);
+  pool.EndIfUnused();
+}
+
+// One more callback stands in the queue that no thread is on its way to.
+void BringWorker(TP_POOL& pool, PoolLock lock) noexcept {
+  if (PoolWorker* const worker = TakeIdle(pool)) {
+    lock.unlock();
+    worker->Wake();
+  } else if (pool.workers < Concurrency(pool)) {
+    StartWorker(pool, std::move(lock));
+  } else {
+    Watch(pool);
+  }
+}
+
+}  // namespace
+
+void PoolWorker::Run() {
+  currentWorker = this;
+  PoolLock lock = LockPools();
+  do {
+    while (!pool_.queue.empty()) RunNext(lock);
+  } while (Rest(lock));
+  --pool_.workers;
+  pool_.EndIfUnused();
+}
+
+void PoolWorker::RunNext(PoolLock& lock) {
+  keepsOne = false;
+  PoolObject& object = *pool_.queue.front();
+  object.Begin();
+  ++pool_.begun;
+  TP_CALLBACK_INSTANCE instance{.object = object};
+  lock.unlock();
+  object.Run(instance);
+  lock.lock();
+  object.End(instance);
+}
+
+bool PoolWorker::Rest(PoolLock& lock) {
+  // Threads that were added while others blocked are not kept.
+  if (pool_.Unused() || pool_.idleCount >= Concurrency(pool_)) return false;
+  keepsOne = false;
+  woken_.store(0, std::memory_order_relaxed);
+  nextIdle = std::exchange(pool_.idle, this);
+  ++pool_.idleCount;
+  lock.unlock();
+  while (woken_.load(std::memory_order_acquire) == 0) {
+    syscall(SYS_futex, &woken_, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
+  }
+  lock.lock();
+  return true;
+}
+
+void Submit(PoolObject& object, PoolLock lock) noexcept {
+  TP_POOL& pool = object.Pool();
+  object.AddPending();
+  if (currentWorker != nullptr && &currentWorker->Pool() == &pool && !currentWorker->keepsOne) {
+    currentWorker->keepsOne = true;
+    Watch(pool);
+    return;
+  }
+  BringWorker(pool, std::move(lock));
+}
+
+void BeforeBlocking() noexcept {
+  if (currentWorker == nullptr || !currentWorker->keepsOne) return;
+  currentWorker->keepsOne = false;
+  BringWorker(currentWorker->Pool(), LockPools());
+}
+
+bool CanBringMore(const TP_POOL& pool) noexcept { return pool.idle != nullptr || pool.workers < pool.maximum; }
+
+void BringOneMore(TP_POOL& pool, bool mayStart, PoolLock lock) noexcept {
+  if (PoolWorker* const worker = TakeIdle(pool)) {
+    lock.unlock();
+    worker->Wake();
+  } else if (mayStart || pool.workers < Concurrency(pool)) {
+    StartWorker(pool, std::move(lock));
+  }
+}
+
+void TP_POOL::EndIfUnused() noexcept {
+  if (!Unused()) return;
+  if (workers == 0) {
+    Unwatch(*this);
+    delete this;
+    return;
+  }
+  while (PoolWorker* const worker = TakeIdle(*this)) worker->Wake();
+}
+
+TP_POOL* DefaultPool() noexcept try {
+  static TP_POOL& pool = *new TP_POOL;  // Never destroyed: see the lock.
+  return &pool;
+} catch (const std::bad_alloc&) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return nullptr;
+}
+
+PTP_POOL CreateThreadpool(std::nullptr_t) noexcept try {
+  if (FaultInjected("CreateThreadpool")) return nullptr;
+  return new TP_POOL;
+} catch (const std::bad_alloc&) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return nullptr;
+}
+
+void SetThreadpoolThreadMaximum(PTP_POOL pool, DWORD maximum) noexcept {
+  const PoolLock lock = LockPools();
+  pool->maximum = std::max<DWORD>(1, maximum);
+  if (!pool->queue.empty()) Watch(*pool);
+}
+
+void CloseThreadpool(PTP_POOL pool) noexcept {
+  const PoolLock lock = LockPools();
+  pool->closed = true;
+  pool->EndIfUnused();
+}
+
+}  // namespace platform

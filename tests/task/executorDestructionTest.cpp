@@ -1,0 +1,125 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "lib/task/workTask.h"
+#include "tests/task/taskSupport.h"
+
+namespace {
+
+using namespace task;
+using namespace std::chrono_literals;
+
+constexpr int kRepetitions = 1000;
+
+TEST(ExecutorDestruction, EndsTheTasksThatNobodyHolds) {
+  for (int i = 0; i < kRepetitions; ++i) {
+    Signal signal;
+    std::atomic<int> functionsEnded{0};
+    Executor executor;
+    const auto armed = executor->create(signal.Handle(), [life = Life(functionsEnded)] {});
+    executor->start(armed);
+    executor->setRelative(executor->create([life = Life(functionsEnded)] {}), 1h, 0ns);
+    executor->submit(executor->create([life = Life(functionsEnded)](void*, void*) {}), {}, {});
+    const std::weak_ptr<WtpWaitTaskContext> seen = armed;
+    std::thread holder([held = armed]() mutable { held.reset(); });
+    const_cast<std::shared_ptr<WtpWaitTaskContext>&>(armed).reset();
+    executor.Destroy();
+    EXPECT_EQ(functionsEnded, 3);
+    EXPECT_TRUE(seen.expired());
+    holder.join();
+  }
+}
+
+TEST(ExecutorDestruction, WaitsUntilClientsLetGoOfTheirTasks) {
+  for (int i = 0; i < kRepetitions; ++i) {
+    std::atomic<int> held{3};
+    Signal signal;
+    Executor executor;
+    auto timer = executor->create([] {});
+    auto wait = executor->create(signal.Handle(), [] {});
+    auto work = executor->create([](void*, void*) {});
+    executor->setRelative(timer, 0ns, 1ms);
+    executor->start(wait);
+    executor->submit(work, {}, {});
+    std::thread client(
+        [&, keptTimer = std::move(timer), keptWait = std::move(wait), keptWork = std::move(work)]() mutable {
+          signal.Set();
+          --held;
+          keptTimer.reset();
+          --held;
+          keptWait.reset();
+          --held;
+          keptWork.reset();
+        });
+    executor.Destroy();
+    EXPECT_EQ(held, 0);
+    client.join();
+  }
+}
+
+TEST(ExecutorDestruction, DoesNotWaitForATaskThatWasClosedAndIsStillHeld) {
+  for (int i = 0; i < kRepetitions; ++i) {
+    std::atomic<int> functionsEnded{0};
+    auto executor = std::make_unique<Executor>();
+    auto timer = (*executor)->create([life = Life(functionsEnded)] {});
+    (*executor)->close(timer);
+    executor.reset();
+    EXPECT_EQ(functionsEnded, 0);
+    timer.reset();
+    EXPECT_EQ(functionsEnded, 1);
+  }
+}
+
+TEST(ExecutorDestruction, LetsATaskBeClosedMeanwhile) {
+  for (int i = 0; i < kRepetitions; ++i) {
+    Executor executor;
+    auto task = CreateWorkTask<void(int)>(*executor, [](int) {});
+    task.submit(1);
+    std::thread client([closed = std::move(task)]() mutable { closed = {}; });
+    executor.Destroy();
+    client.join();
+  }
+}
+
+TEST(ExecutorDestruction, LetsATaskGoInItsOwnCallback) {
+  for (int i = 0; i < kRepetitions; ++i) {
+    std::atomic<int> functionsEnded{0};
+    Executor executor;
+    Signal entered;
+    Signal destroying;
+    std::shared_ptr<WtpWorkTaskContext> work;
+    work = executor->create([&, life = Life(functionsEnded)](void*, void*) {
+      entered.Set();
+      destroying.Await();
+      work.reset();
+    });
+    executor->submit(work, {}, {});
+    entered.Await();
+    destroying.Set();
+    executor.Destroy();
+    while (functionsEnded == 0) std::this_thread::yield();
+  }
+}
+
+TEST(ExecutorDestruction, WaitsForRunningCallbacks) {
+  for (int i = 0; i < kRepetitions; ++i) {
+    std::atomic<bool> left{false};
+    Executor executor;
+    Signal entered;
+    Signal leave;
+    executor->submit(executor->create([&](void*, void*) {
+      entered.Set();
+      leave.Await();
+      left = true;
+    }),
+                     {}, {});
+    entered.Await();
+    std::thread opener([&] { leave.Set(); });
+    executor.Destroy();
+    EXPECT_TRUE(left);
+    opener.join();
+  }
+}
+
+}  // namespace

@@ -1,0 +1,73 @@
+// What the tests of tasks share.
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "lib/task/windowsThreadPoolExecutor.h"
+#include "platform/raii.h"
+
+namespace task {
+
+using namespace platform;
+using namespace quill::task;
+
+// Set once, and then it stays.
+class Signal {
+ public:
+  void Set() const { SetEvent(event_.get()); }
+  void Await() const { WaitForSingleObject(event_.get(), INFINITE); }
+  [[nodiscard]] bool IsSet() const { return WaitForSingleObject(event_.get(), 0) == WAIT_OBJECT_0; }
+  [[nodiscard]] EventHandle Handle() const { return event_.get(); }
+
+ private:
+  UniqueEvent event_{CreateEventW(nullptr, true, false, nullptr)};
+};
+
+// An executor as the library makes it: with a cleanup group, whose members are waited for at the end. That also waits
+// for callbacks that have closed their own tasks. `oneThread` keeps what stands behind a blocked callback queued.
+class Executor {
+ public:
+  explicit Executor(bool oneThread = false) {
+    InitializeThreadpoolEnvironment(&environment_);
+    SetThreadpoolCallbackCleanupGroup(&environment_, group_.get(), nullptr);
+    if (oneThread) {
+      pool_.reset(CreateThreadpool(nullptr));
+      SetThreadpoolThreadMaximum(pool_.get(), 1);
+      SetThreadpoolCallbackPool(&environment_, pool_.get());
+    }
+    executor_ = CreateWindowsThreadPoolExecutor(&environment_, 0);
+  }
+  Executor(const Executor&) = delete;
+  Executor& operator=(const Executor&) = delete;
+  ~Executor() {
+    Destroy();
+    CloseThreadpoolCleanupGroupMembers(group_.get(), false, nullptr);
+  }
+  TaskExecutor* operator->() const { return executor_.get(); }
+  TaskExecutor& operator*() const { return *executor_; }
+  void Destroy() { executor_.reset(); }
+  [[nodiscard]] std::shared_ptr<TaskExecutor> Share() const { return executor_; }
+
+ private:
+  UniquePool pool_;
+  UniqueCleanupGroup group_{CreateThreadpoolCleanupGroup()};
+  TP_CALLBACK_ENVIRON environment_{};
+  std::shared_ptr<TaskExecutor> executor_;
+};
+
+// Tells when it is destroyed: captured by a function, it tells of the function's end. Copies do not count.
+class Life {
+ public:
+  explicit Life(std::atomic<int>& ended) : ended_(&ended, [](std::atomic<int>* count) { ++*count; }) {}
+
+ private:
+  std::shared_ptr<std::atomic<int>> ended_;
+};
+
+// An argument whose release is counted.
+inline OwnedArgument Counting(std::atomic<int>& released) {
+  return {&released, [](void* count) { ++*static_cast<std::atomic<int>*>(count); }};
+}
+
+}  // namespace task
