@@ -1,12 +1,16 @@
 #include "platform/linux/poolObjects.h"
 
+#include <type_traits>
+
 #include "platform/linux/poolPoller.h"
 #include "platform/linux/poolWorkers.h"
 
 namespace platform {
 
 PoolLock LockPools() noexcept {
-  static std::mutex& lock = *new std::mutex;  // Never destroyed: the pools' threads outlive the process's statics.
+  // The pools' threads outlive the process's statics: this one has nothing to destroy.
+  static constinit std::mutex lock;
+  static_assert(std::is_trivially_destructible_v<std::mutex>);
   return PoolLock(lock);
 }
 

@@ -29,7 +29,7 @@ TEST(CleanupGroup, ClosesItsMembersOfEveryKind) {
   Signal signal;
   Function fail = [](PTP_CALLBACK_INSTANCE) { ADD_FAILURE(); };
   static_cast<void>(NewWork(fail, members.one.Environment()).release());
-  const PTP_WAIT wait = NewWait(fail, members.one.Environment()).release();
+  PTP_WAIT wait = NewWait(fail, members.one.Environment()).release();
   SetThreadpoolWait(wait, signal.Handle(), nullptr);
   const FILETIME inAnHour{.dwLowDateTime = 0x7A9B4C00, .dwHighDateTime = 0xFFFFFFF7};
   SetThreadpoolTimer(NewTimer(fail, members.one.Environment()).release(), &inAnHour, 0, 0);
@@ -41,7 +41,7 @@ TEST(CleanupGroup, LetsQueuedCallbacksRunBeforeItCloses) {
   Members members;
   std::atomic<int> runs{0};
   Function count = [&](PTP_CALLBACK_INSTANCE) { ++runs; };
-  const PTP_WORK work = NewWork(count, members.one.Environment()).release();
+  PTP_WORK work = NewWork(count, members.one.Environment()).release();
   for (int i = 0; i < 100; ++i) SubmitThreadpoolWork(work);
   members.Close(false);
   EXPECT_EQ(runs, 100);
@@ -61,7 +61,7 @@ TEST(CleanupGroup, DropsQueuedCallbacksWhenItCancels) {
   UniqueWork blocking = NewWork(block, members.one.Environment());
   SubmitThreadpoolWork(blocking.get());
   entered.Await();
-  const PTP_WORK counting = NewWork(count, members.one.Environment()).release();
+  PTP_WORK counting = NewWork(count, members.one.Environment()).release();
   for (int i = 0; i < 3; ++i) SubmitThreadpoolWork(counting);
   WaitForThreadpoolWorkCallbacks(counting, true);
   leave.Set();
