@@ -289,15 +289,15 @@ TEST(TypedWorkTask, WhoseTaskIsGoneSubmitsNothing) {
 CHILD_BODY(RunsAnEmptyFunction) {
   Executor executor;
   const auto timer = executor->create(std::function<void()>());
+  support::Say("setting");
   executor->setRelative(timer, 0ns, 0ns);
-  support::Say("set");
   Signal().Await();
   return 0;
 }
 
 TEST(TimerTask, WithAnEmptyFunctionEndsTheProcessWhenItFires) {
   support::Process child = support::StartChild("RunsAnEmptyFunction");
-  ASSERT_EQ(child.Hear(), "set");
+  ASSERT_EQ(child.Hear(), "setting");
   EXPECT_NE(child.Wait(), 0);
 }
 
