@@ -8,7 +8,8 @@
 // Waiting: "Wait...Callbacks" returns when no callback of the object is queued and none is running, but for those whose
 // threads have disassociated themselves. With `cancelPending` the queued ones are dropped first. A callback that waits
 // for its own object without having disassociated itself waits forever.
-// Failure: null, with the reason in GetLastError(), from what makes an object. No other call can fail.
+// Failure: null, with the reason in GetLastError(), from what makes an object. No other call can report a failure; on
+// Linux a wait that the host has no memory to watch ends the process, as nobody could ever be told of it.
 #pragma once
 
 #include "platform/handles.h"
