@@ -48,25 +48,15 @@ TEST(CleanupGroup, LetsQueuedCallbacksRunBeforeItCloses) {
 }
 
 TEST(CleanupGroup, DropsQueuedCallbacksWhenItCancels) {
-  Members members;
+  OneThread one;
+  const Gate gate(one);  // Not of the group: what is queued behind it cannot run before the group has closed.
+  const UniqueCleanupGroup group(CreateThreadpoolCleanupGroup());
+  SetThreadpoolCallbackCleanupGroup(one.Environment(), group.get(), nullptr);
   std::atomic<int> runs{0};
-  Signal entered;
-  Signal leave;
-  Function block = [&](PTP_CALLBACK_INSTANCE) {
-    entered.Set();
-    leave.Await();
-  };
   Function count = [&](PTP_CALLBACK_INSTANCE) { ++runs; };
-  // Closed by its owner, so that the group waits for it and drops what is behind it.
-  UniqueWork blocking = NewWork(block, members.one.Environment());
-  SubmitThreadpoolWork(blocking.get());
-  entered.Await();
-  PTP_WORK counting = NewWork(count, members.one.Environment()).release();
+  PTP_WORK counting = NewWork(count, one.Environment()).release();
   for (int i = 0; i < 3; ++i) SubmitThreadpoolWork(counting);
-  WaitForThreadpoolWorkCallbacks(counting, true);
-  leave.Set();
-  blocking.reset();
-  members.Close(true);
+  CloseThreadpoolCleanupGroupMembers(group.get(), true, nullptr);
   EXPECT_EQ(runs, 0);
 }
 
