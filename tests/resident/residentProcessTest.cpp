@@ -191,8 +191,8 @@ TEST_F(ResidentProcess, AChangeOfARuleReachesTheFiles) {
   support::Process process = StartWatched();
   SetText(Hive::Machine, kRoot + u"\\http", u"rules", u"second");
   AwaitContent(chromeFile, "\"agentRules\" : \"second\"");
-  EXPECT_THAT(Content(EdgeFolder() + u"\\1\\data.json"), Optional(HasSubstr("\"agentRules\" : \"second\"")));
-  EXPECT_THAT(Content(FirefoxFolder() + u"\\data.json"), Optional(HasSubstr("\"agentRules\" : \"second\"")));
+  AwaitContent(EdgeFolder() + u"\\1\\data.json", "\"agentRules\" : \"second\"");
+  AwaitContent(FirefoxFolder() + u"\\data.json", "\"agentRules\" : \"second\"");
   SetNumber(Hive::User, kRoot, u"Enabled", 1);
   SetText(Hive::User, kRoot, u"Origin", u"Agent");  // Now the user's root is whole, and hides the machine's.
   AwaitContent(chromeFile, "\"origin\" : \"Agent\"");
