@@ -19,6 +19,9 @@ struct SYSTEMTIME {
 // The local time now.
 void GetLocalTime(SYSTEMTIME* time) noexcept;
 
+// Milliseconds since the system started; begins anew at 0 after 49.7 days.
+[[nodiscard]] DWORD GetTickCount() noexcept;
+
 // A counter that runs evenly and never back, and its steps in a second. False on failure.
 bool QueryPerformanceCounter(std::int64_t* count) noexcept;
 bool QueryPerformanceFrequency(std::int64_t* frequency) noexcept;

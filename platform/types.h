@@ -5,6 +5,7 @@
 // a parameter that this program never uses takes nothing but its neutral value.
 #pragma once
 
+#include <array>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -25,6 +26,16 @@ using WPARAM = std::uintptr_t;
 using LPARAM = std::intptr_t;
 using LRESULT = std::intptr_t;
 using REGSAM = std::uint32_t;
+
+struct GUID {
+  std::uint32_t Data1;
+  std::uint16_t Data2;
+  std::uint16_t Data3;
+  std::array<std::uint8_t, 8> Data4;
+
+  friend constexpr bool operator==(const GUID&, const GUID&) noexcept = default;
+};
+static_assert(sizeof(GUID) == 16);
 
 // One handle value of the system. `Kind` only tells the types apart; the value has the size and the representation of
 // a pointer, so that a struct of the system may hold one. A handle value owns nothing: see raii.h.

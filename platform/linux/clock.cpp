@@ -31,6 +31,12 @@ void GetLocalTime(SYSTEMTIME* time) noexcept {
            .wMilliseconds = static_cast<WORD>(now.tv_nsec / 1'000'000)};
 }
 
+DWORD GetTickCount() noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_BOOTTIME, &now);
+  return static_cast<DWORD>(now.tv_sec * 1'000 + now.tv_nsec / 1'000'000);
+}
+
 bool QueryPerformanceCounter(std::int64_t* count) noexcept {
   if (FaultInjected("QueryPerformanceCounter")) return false;
   timespec now{};

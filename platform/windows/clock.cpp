@@ -8,6 +8,8 @@ static_assert(sizeof(SYSTEMTIME) == sizeof(::SYSTEMTIME));
 
 void GetLocalTime(SYSTEMTIME* time) noexcept { ::GetLocalTime(reinterpret_cast<::SYSTEMTIME*>(time)); }
 
+DWORD GetTickCount() noexcept { return ::GetTickCount(); }
+
 bool QueryPerformanceCounter(std::int64_t* count) noexcept {
   return ::QueryPerformanceCounter(reinterpret_cast<LARGE_INTEGER*>(count)) != 0;
 }
