@@ -135,7 +135,8 @@ LmIpcStatusCode LmIpclibStream::connectExistingLink(const std::shared_ptr<LmIpcl
 }
 
 std::shared_ptr<LmIpclibMsg> LmIpclibStream::newOpen() {
-  const auto payload = std::as_bytes(std::span<const char>(writeOpenPayload(streamName_)));
+  const std::string text = writeOpenPayload(streamName_);
+  const auto payload = std::as_bytes(std::span(text));
   auto open = std::make_shared<LmIpclibMsg>(
       LmIpclibMsgType::Open, flags().bits() & kFlagsOnTheWire, LmIpcStatusCode::Success, streamId_, kControlStreamId,
       static_cast<std::uint32_t>(payload.size()),
@@ -306,7 +307,7 @@ void LmIpclibStream::closeStream(Lock& lock) {
     shutdownStream(lock);
     if (connectWait_ == ConnectWait::Pending) connectStatus_ = LmIpcStatusCode::StreamClosed;
     endConnectWait(ConnectWait::Finished);
-  } else if (dispatchEnabled_ == 0) {
+  } else if (dispatchEnabled_ == 0 || executor_.expired()) {
     // Nobody will ever hear the end of it, so nothing is kept for them: each message would keep the stream.
     incoming_.clear();
     shutdownStream(lock);
