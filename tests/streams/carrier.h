@@ -90,7 +90,7 @@ class Carrier final : public LmIpclibLink {
       deferredSends.pop_front();
     }
     sendState = SendState::Idle;
-    shutdownLinkWithCheck(lock);
+    if (state() == State::Closing) shutdownLinkWithCheck(lock);
     return LmIpcStatusCode::Success;
   }
 

@@ -328,6 +328,7 @@ void LmIpclibStream::shutdown() {
   const StreamTrace trace(TraceChannel::Stream, *this);
   if (state() == State::Init) {
     setState(State::Closed);
+    shutdownStream(lock);  // One that was offered and never accepted has a link.
   } else if (state() == State::Connecting || state() == State::Connected || isClosing(CloseState::LocalClose)) {
     closeStream(lock);
   }
