@@ -1,4 +1,5 @@
-// Kernel objects: events, mutexes, threads and processes, and waiting for them.
+// Kernel objects: events, mutexes, threads and processes, waiting for them, and second handles to them. Sections and
+// pipes have headers of their own.
 //
 // Threading: every call may be made from any thread. A call that fails leaves its reason in GetLastError().
 // Ownership: whoever made a handle closes it with CloseHandle, once; raii.h does so by itself. An object lives until
@@ -14,6 +15,8 @@ using MutexHandle = HandleOf<struct MutexKind>;
 using ThreadHandle = HandleOf<struct ThreadKind>;
 using ProcessHandle = HandleOf<struct ProcessKind>;
 using FileHandle = HandleOf<struct FileKind>;
+using SectionHandle = HandleOf<struct SectionKind>;      // sections.h
+using PipeHandle = HandleOf<struct PipeKind>;            // One end of a pipe (pipes.h).
 using NativeKeyHandle = HandleOf<struct NativeKeyKind>;  // A registry key opened by a native call (registry.h).
 
 // A handle of any kind that CloseHandle takes.
@@ -24,6 +27,8 @@ class KernelHandle {
   constexpr KernelHandle(ThreadHandle handle) noexcept : value_(handle.value()) {}
   constexpr KernelHandle(ProcessHandle handle) noexcept : value_(handle.value()) {}
   constexpr KernelHandle(FileHandle handle) noexcept : value_(handle.value()) {}
+  constexpr KernelHandle(SectionHandle handle) noexcept : value_(handle.value()) {}
+  constexpr KernelHandle(PipeHandle handle) noexcept : value_(handle.value()) {}
   constexpr KernelHandle(NativeKeyHandle handle) noexcept : value_(handle.value()) {}
   [[nodiscard]] constexpr std::uintptr_t value() const noexcept { return value_; }
 
@@ -38,6 +43,7 @@ class WaitableHandle {
   constexpr WaitableHandle(EventHandle handle) noexcept : value_(handle.value()) {}
   constexpr WaitableHandle(ThreadHandle handle) noexcept : value_(handle.value()) {}
   constexpr WaitableHandle(ProcessHandle handle) noexcept : value_(handle.value()) {}
+  constexpr WaitableHandle(PipeHandle handle) noexcept : value_(handle.value()) {}
   [[nodiscard]] constexpr std::uintptr_t value() const noexcept { return value_; }
 
  private:
@@ -74,7 +80,8 @@ using ThreadStart = DWORD (*)(void* parameter);
 [[nodiscard]] ThreadHandle CreateThread(std::nullptr_t security, std::size_t stackSize, ThreadStart start,
                                         void* parameter, DWORD flags, std::nullptr_t threadId) noexcept;
 
-// WAIT_OBJECT_0, WAIT_TIMEOUT or WAIT_FAILED. A thread and a process are signalled once they have ended.
+// WAIT_OBJECT_0, WAIT_TIMEOUT or WAIT_FAILED. A thread and a process are signalled once they have ended. An end of a
+// pipe is signalled whatever is in the pipe, so a wait for it only says that nobody is reading from it just then.
 DWORD WaitForSingleObject(WaitableHandle handle, DWORD milliseconds) noexcept;
 // WAIT_OBJECT_0 plus the lowest index that is signalled, WAIT_TIMEOUT or WAIT_FAILED. `count` is 1 to 64.
 DWORD WaitForMultipleObjects(DWORD count, const WaitableHandle* handles, OnlyFalse waitAll,
@@ -111,5 +118,34 @@ bool CreateProcessW(std::nullptr_t application, char16_t* commandLine, std::null
 DWORD WaitForInputIdle(ProcessHandle process, DWORD milliseconds) noexcept;
 
 [[nodiscard]] DWORD GetCurrentProcessId() noexcept;
+
+// Stands for this process where DuplicateHandle asks for a process or for a handle; good for nothing else here. Nobody
+// closes it.
+[[nodiscard]] ProcessHandle GetCurrentProcess() noexcept;
+
+inline constexpr DWORD DUPLICATE_CLOSE_SOURCE = 1;
+inline constexpr DWORD DUPLICATE_SAME_ACCESS = 2;
+
+// What the form below does, for a handle of any kind.
+[[nodiscard]] bool DuplicateToValue(ProcessHandle sourceProcess, KernelHandle source, ProcessHandle targetProcess,
+                                    std::uintptr_t* target) noexcept;
+
+// A second, independent handle to the same object: each is closed for itself. Of the handle that stands for this
+// process, a real one. Null, with false, on failure. ERROR_INVALID_HANDLE: the source is no open handle, or one of the
+// processes no process. On the machine in a folder both processes must be this one (ERROR_ACCESS_DENIED): the host lets
+// nobody reach into another process's handles.
+template <class Kind>
+bool DuplicateHandle(ProcessHandle sourceProcess, HandleOf<Kind> source, ProcessHandle targetProcess,
+                     HandleOf<Kind>* target, Only<DWORD{0}>, OnlyFalse, Only<DUPLICATE_SAME_ACCESS>) noexcept {
+  std::uintptr_t value = 0;
+  const bool done = DuplicateToValue(sourceProcess, source, targetProcess, &value);
+  *target = HandleOf<Kind>(done ? value : 0);
+  return done;
+}
+
+// Closes a handle of the source process. ERROR_INVALID_HANDLE when that process has no such handle open, or is no
+// process. On the machine in a folder another process's handle stays open, with ERROR_ACCESS_DENIED: as above.
+bool DuplicateHandle(ProcessHandle sourceProcess, KernelHandle source, std::nullptr_t targetProcess,
+                     std::nullptr_t target, Only<DWORD{0}>, OnlyFalse, Only<DUPLICATE_CLOSE_SOURCE>) noexcept;
 
 }  // namespace platform

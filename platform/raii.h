@@ -8,6 +8,7 @@
 #include "platform/files.h"
 #include "platform/handles.h"
 #include "platform/registry.h"
+#include "platform/sections.h"
 #include "platform/shell.h"
 #include "platform/threadPool.h"
 
@@ -53,6 +54,8 @@ using UniqueMutex = Owner<MutexHandle, &CloseHandle>;
 using UniqueThread = Owner<ThreadHandle, &CloseHandle>;
 using UniqueProcess = Owner<ProcessHandle, &CloseHandle>;
 using UniqueFile = Owner<FileHandle, &CloseHandle>;
+using UniqueSection = Owner<SectionHandle, &CloseHandle>;
+using UniquePipe = Owner<PipeHandle, &CloseHandle>;
 using UniqueNativeKey = Owner<NativeKeyHandle, &CloseHandle>;
 using UniqueKey = Owner<HKEY, &RegCloseKey>;
 using UniquePool = Owner<PTP_POOL, &CloseThreadpool>;
@@ -61,6 +64,7 @@ using UniqueWork = Owner<PTP_WORK, &CloseThreadpoolWork>;
 using UniqueWait = Owner<PTP_WAIT, &CloseThreadpoolWait>;
 using UniqueTimer = Owner<PTP_TIMER, &CloseThreadpoolTimer>;
 using UniqueFind = Owner<FindHandle, &FindClose>;
+using UniqueView = Owner<void*, &UnmapViewOfFile>;
 template <class T>
 using UniqueTaskMemory = Owner<T*, &CoTaskMemFree>;
 template <class T>

@@ -68,6 +68,14 @@ struct OnlyTrue {
   }
 };
 
+// The same for any one value.
+template <auto Value>
+struct Only {
+  consteval Only(decltype(Value) value) {
+    if (value != Value) throw "only one value is supported";
+  }
+};
+
 inline constexpr std::size_t MAX_PATH = 260;
 inline constexpr DWORD INFINITE = 0xFFFFFFFF;
 

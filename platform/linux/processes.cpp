@@ -16,11 +16,9 @@
 #include <vector>
 
 #include "platform/linux/commandLine.h"
-#include "platform/linux/descriptor.h"
 #include "platform/linux/faults.h"
 #include "platform/linux/hostError.h"
 #include "platform/linux/machine.h"
-#include "platform/linux/waitable.h"
 #include "platform/raii.h"
 
 extern char** environ;
@@ -54,55 +52,38 @@ Abandoned& AbandonedChildren() {
 }
 
 // One child of this process. Its number stays its own until it is reaped, which nobody but this object does.
-class Child {
+class Child : public WatchedProcess {
  public:
   Child() = default;
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
   ~Child() {
-    if (id_ != 0 && waitpid(id_, nullptr, WNOHANG) == 0) AbandonedChildren().Add(id_);
+    if (id != 0 && waitpid(id, nullptr, WNOHANG) == 0) AbandonedChildren().Add(id);
   }
   // Takes charge of a child that was just started. False, and the child is no more, when the host cannot watch it:
   // nobody could ever tell that it has ended. REQUIRES: nobody waits for this object yet.
-  [[nodiscard]] bool Adopt(pid_t id) noexcept {
-    ended_ = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, id, 0)));
-    if (!ended_) {
-      SetLastError(ErrorFromHost(errno));
-      kill(id, SIGKILL);
-      waitpid(id, nullptr, 0);
+  [[nodiscard]] bool Adopt(pid_t child) noexcept {
+    ended = Watch(child);
+    if (!ended) {
+      kill(child, SIGKILL);
+      waitpid(child, nullptr, 0);
       return false;
     }
-    id_ = id;
+    id = child;
     return true;
   }
-  [[nodiscard]] const Descriptor& ended() const noexcept { return ended_; }
-
- private:
-  pid_t id_ = 0;
-  Descriptor ended_;  // Readable once the child has ended.
 };
 
-// Signalled once the child has ended. A child's first thread ends with it, as far as anybody here can tell.
-class ChildObject : public WaitableObject {
+// A child's first thread ends with it, as far as anybody here can tell.
+class FirstThreadObject final : public WaitableObject {
  public:
-  explicit ChildObject(std::shared_ptr<Child> child) noexcept : child_(std::move(child)) {}
-  [[nodiscard]] int PollDescriptor() const noexcept override { return child_->ended().get(); }
+  explicit FirstThreadObject(std::shared_ptr<Child> child) noexcept : child_(std::move(child)) {}
+  [[nodiscard]] const char* KindName() const noexcept override { return "Thread"; }
+  [[nodiscard]] int PollDescriptor() const noexcept override { return child_->ended.get(); }
   [[nodiscard]] bool TryConsume() noexcept override { return IsReadable(PollDescriptor()); }
 
  private:
   const std::shared_ptr<Child> child_;
-};
-
-class ProcessObject final : public ChildObject {
- public:
-  using ChildObject::ChildObject;
-  [[nodiscard]] const char* KindName() const noexcept override { return "Process"; }
-};
-
-class FirstThreadObject final : public ChildObject {
- public:
-  using ChildObject::ChildObject;
-  [[nodiscard]] const char* KindName() const noexcept override { return "Thread"; }
 };
 
 // Both handles to a child, made ahead of it: once it runs, nothing may fail for want of memory.
@@ -218,6 +199,12 @@ struct SpawnRules {
 };
 
 }  // namespace
+
+Descriptor WatchedProcess::Watch(pid_t id) noexcept {
+  Descriptor ended(static_cast<int>(syscall(SYS_pidfd_open, id, 0)));
+  if (!ended) SetLastError(ErrorFromHost(errno));
+  return ended;
+}
 
 bool StartProcess(std::u16string_view line, PROCESS_INFORMATION* information) {
   AbandonedChildren().Sweep();

@@ -1,11 +1,38 @@
-// Starting processes, for the calls of this layer that do.
+// Processes: the object behind a handle, and starting them, for the calls of this layer that do.
 #pragma once
 
+#include <sys/types.h>
+
+#include <memory>
 #include <string_view>
 
 #include "platform/handles.h"
+#include "platform/linux/descriptor.h"
+#include "platform/linux/waitable.h"
 
 namespace platform {
+
+// A process of the host that this one watches.
+struct WatchedProcess {
+  // Null, with the last error set, when the host cannot watch it.
+  [[nodiscard]] static Descriptor Watch(pid_t id) noexcept;
+
+  pid_t id = 0;
+  Descriptor ended;  // A pidfd, readable once the process has ended.
+};
+
+// Signalled once its process has ended.
+class ProcessObject final : public WaitableObject {
+ public:
+  explicit ProcessObject(std::shared_ptr<const WatchedProcess> process) noexcept : process_(std::move(process)) {}
+  [[nodiscard]] const char* KindName() const noexcept override { return "Process"; }
+  [[nodiscard]] int PollDescriptor() const noexcept override { return process_->ended.get(); }
+  [[nodiscard]] bool TryConsume() noexcept override { return IsReadable(PollDescriptor()); }
+  [[nodiscard]] pid_t Id() const noexcept { return process_->id; }
+
+ private:
+  const std::shared_ptr<const WatchedProcess> process_;
+};
 
 // What CreateProcessW does, without the tests' faults. May throw std::bad_alloc.
 [[nodiscard]] bool StartProcess(std::u16string_view commandLine, PROCESS_INFORMATION* information);

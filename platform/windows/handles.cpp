@@ -51,4 +51,21 @@ DWORD WaitForMultipleObjects(DWORD count, const WaitableHandle* handles, OnlyFal
   return ::WaitForMultipleObjects(count, reinterpret_cast<const ::HANDLE*>(handles), FALSE, milliseconds);
 }
 
+ProcessHandle GetCurrentProcess() noexcept { return Ours<ProcessHandle>(::GetCurrentProcess()); }
+
+bool DuplicateToValue(ProcessHandle sourceProcess, KernelHandle source, ProcessHandle targetProcess,
+                      std::uintptr_t* target) noexcept {
+  ::HANDLE duplicate = nullptr;
+  const bool done = ::DuplicateHandle(Native(sourceProcess), Native(source), Native(targetProcess), &duplicate, 0,
+                                      FALSE, DUPLICATE_SAME_ACCESS) != 0;
+  *target = reinterpret_cast<std::uintptr_t>(duplicate);
+  return done;
+}
+
+bool DuplicateHandle(ProcessHandle sourceProcess, KernelHandle source, std::nullptr_t, std::nullptr_t, Only<DWORD{0}>,
+                     OnlyFalse, Only<DWORD{DUPLICATE_CLOSE_SOURCE}>) noexcept {
+  return ::DuplicateHandle(Native(sourceProcess), Native(source), nullptr, nullptr, 0, FALSE, DUPLICATE_CLOSE_SOURCE) !=
+         0;
+}
+
 }  // namespace platform
