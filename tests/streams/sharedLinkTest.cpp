@@ -1,0 +1,442 @@
+#include <vector>
+
+#include "lib/ipc/ipclib/lineSink.h"
+#include "tests/streams/rawPeer.h"
+#include "tests/streams/streamFixture.h"
+
+namespace streams {
+namespace {
+
+using LinkState = LmIpclibLink::State;
+
+class SharedLink : public testing::Test {
+ public:
+  SharedLink() = default;
+  ~SharedLink() override {
+    if (link) link->shutdown();
+    pool::RunAll();
+    const std::weak_ptr<OpenLink> last = link;
+    stream.reset();
+    link.reset();
+    EXPECT_TRUE(last.expired());
+    executor.reset();
+    EXPECT_EQ(pool::Objects(), 0u);
+  }
+
+  // Both sides are up, and a stream is there that the peer knows as kPeerId.
+  void Connect(std::uint32_t channelSize = 4096) {
+    peer = std::make_unique<RawPeer>(channelSize);
+    link = peer->Connect(executor);
+    peer->Consume();
+    stream = NewStream();
+  }
+  std::shared_ptr<LmIpclibStream> NewStream(std::uint64_t peerId = kPeerId, Receiver* receiver = nullptr) {
+    auto added = std::make_shared<LmIpclibStream>(kEndpoint, u"s", StreamFlags(), 7, peerId, executor, link);
+    EXPECT_EQ(link->addStream(added), Status::Success);
+    EXPECT_EQ(added->accept({}, (receiver != nullptr ? *receiver : heard).Callback()), Status::Success);
+    return added;
+  }
+  // The buffer lives as long as the test.
+  Status Send(const std::shared_ptr<LmIpclibStream>& from, std::string_view data) {
+    const auto& kept = buffers.emplace_back(data);
+    return from
+        ->send({}, static_cast<std::uint32_t>(kept.size()), kept.data(),
+               [this](Status status, const std::shared_ptr<LmIpclibMsg>&) { completed.push_back(status); })
+        .status();
+  }
+  [[nodiscard]] RawBlock For(const std::shared_ptr<LmIpclibStream>& to, std::string data,
+                             std::uint64_t source = kPeerId) const {
+    RawBlock block;
+    block.data = std::move(data);
+    block.source = source;
+    block.destination = to->streamId();
+    return block;
+  }
+  static RawTransaction Of(std::initializer_list<RawBlock> blocks) { return blocks; }
+
+  void ExpectFault() {
+    EXPECT_EQ(link->state(), LinkState::Closed);
+    EXPECT_TRUE(TakeSignal(peer->toLink.error)) << "the peer is told";
+    EXPECT_TRUE(TakeSignal(peer->toLink.dataConsumed)) << "that of the start";
+    EXPECT_FALSE(TakeSignal(peer->toLink.dataConsumed)) << "the faulty transaction stays where it is";
+    EXPECT_THAT(heard.texts, ElementsAre("<end>"));
+  }
+
+  std::shared_ptr<Executor> executor = NewExecutor();
+  std::unique_ptr<RawPeer> peer;
+  std::shared_ptr<OpenLink> link;
+  std::shared_ptr<LmIpclibStream> stream;
+  Receiver heard;
+  std::list<std::string> buffers;
+  std::vector<Status> completed;
+};
+
+TEST_F(SharedLink, IsConnectedByItsStartAndTellsThePeerThatItIsThere) {
+  peer = std::make_unique<RawPeer>();
+  link = peer->Connect(executor);
+  EXPECT_EQ(link->state(), LinkState::Connected);
+  EXPECT_EQ(link->linkValue(), 7u);
+  EXPECT_EQ(link->flags(), 0x00018009u) << "the high half is the peer's";
+  EXPECT_TRUE(TakeSignal(peer->toLink.dataConsumed));
+  EXPECT_FALSE(peer->HasAnything());
+}
+
+TEST_F(SharedLink, IsAttachedOnlyWhileItConnects) {
+  peer = std::make_unique<RawPeer>();
+  link = std::make_shared<OpenLink>();
+  EXPECT_EQ(Attach(*link, peer->toLink, peer->fromLink, peer->size), Status::InvalidState);
+  EXPECT_EQ(link->state(), LinkState::Init);
+}
+
+TEST_F(SharedLink, ThatCannotBeAttachedIsInError) {
+  peer = std::make_unique<RawPeer>();
+  for (const bool sending : {true, false}) {
+    link = std::make_shared<OpenLink>();
+    ASSERT_EQ(link->connecting(), Status::Success);
+    LmIpclibLinkChannelResourceWin recvResources(false);
+    LmIpclibLinkChannelResourceWin sendResources(false);
+    peer->toLink.Describe(recvResources);
+    peer->fromLink.Describe(sendResources);
+    (sending ? sendResources : recvResources).mapping = {};
+    unsigned errorCode = 0;
+    EXPECT_EQ(link->attach(0, 0, 0, 4096, recvResources, sendResources, platform::GetCurrentProcess(), 0, errorCode),
+              Status::Unexpected);
+    EXPECT_NE(errorCode, 0u);
+    EXPECT_EQ(link->state(), LinkState::Error);
+    EXPECT_EQ(link->start(executor, errorCode), Status::InvalidState);
+    EXPECT_EQ(link->state(), LinkState::Closed);
+  }
+}
+
+TEST_F(SharedLink, WithoutAPeerProcessIsInError) {
+  peer = std::make_unique<RawPeer>();
+  link = std::make_shared<OpenLink>();
+  ASSERT_EQ(link->connecting(), Status::Success);
+  EXPECT_EQ(Attach(*link, peer->toLink, peer->fromLink, 4096, {}), Status::Unexpected);
+  EXPECT_EQ(link->state(), LinkState::Error);
+}
+
+TEST_F(SharedLink, KeepsWhatIsSentUntilThePeerIsThereAndSendsItInTheOrderOfTheCalls) {
+  peer = std::make_unique<RawPeer>();
+  link = peer->Connect(executor);
+  stream = NewStream();
+  for (const char* text : {"one", "two", "three"}) ASSERT_EQ(Send(stream, text), Status::Success);
+  pool::RunAll();
+  EXPECT_FALSE(peer->HasAnything());
+  EXPECT_EQ(link->Unsent(), 3u);
+  peer->Consume();
+  const Received received = peer->Take();
+  ASSERT_EQ(received.blocks.size(), 3u);
+  EXPECT_EQ(received.blocks[0].data, "one");
+  EXPECT_EQ(received.blocks[1].data, "two");
+  EXPECT_EQ(received.blocks[2].data, "three");
+  EXPECT_EQ(received.trxSeqNo, 1u);
+  EXPECT_EQ(received.trxSize, 28 + 3 * 40 + 11u);
+  EXPECT_THAT(completed, ElementsAre(Status::Success, Status::Success, Status::Success));
+}
+
+TEST_F(SharedLink, SendsNothingMoreUntilThePeerHasTakenTheLast) {
+  Connect();
+  ASSERT_EQ(Send(stream, "one"), Status::Success);
+  pool::RunAll();
+  EXPECT_EQ(peer->Take().blocks.size(), 1u);
+  ASSERT_EQ(Send(stream, "two"), Status::Success);
+  ASSERT_EQ(Send(stream, "three"), Status::Success);
+  pool::RunAll();
+  EXPECT_FALSE(peer->HasAnything());
+  peer->Consume();
+  const Received received = peer->Take();
+  EXPECT_EQ(received.blocks.size(), 2u);
+  EXPECT_EQ(received.trxSeqNo, 2u);
+}
+
+TEST_F(SharedLink, PutsAMessageThatJustFitsIntoOneBlockAndOneByteMoreIntoTwoTransactions) {
+  Connect(256);
+  const std::string fits(256 - 68, 'a');
+  ASSERT_EQ(Send(stream, fits), Status::Success);
+  pool::RunAll();
+  Received received = peer->Take();
+  ASSERT_EQ(received.blocks.size(), 1u);
+  EXPECT_EQ(received.blocks[0].data, fits);
+  EXPECT_EQ(received.blocks[0].header.flags, kFirstBlock | kLastBlock);
+  EXPECT_EQ(received.trxSize, 256u);
+
+  const std::string more = fits + "b";
+  ASSERT_EQ(Send(stream, more), Status::Success);
+  peer->Consume();
+  received = peer->Take();
+  ASSERT_EQ(received.blocks.size(), 1u);
+  EXPECT_EQ(received.blocks[0].header.flags, kFirstBlock);
+  EXPECT_EQ(received.blocks[0].header.totalSize, more.size());
+  EXPECT_EQ(completed.size(), 1u) << "the second is not all written";
+  peer->Consume();
+  received = peer->Take();
+  ASSERT_EQ(received.blocks.size(), 1u);
+  EXPECT_EQ(received.blocks[0].header.flags, kLastBlock);
+  EXPECT_EQ(received.blocks[0].header.blockSize, 36 + 1u);
+  EXPECT_EQ(received.blocks[0].data, "b");
+  EXPECT_EQ(completed.size(), 2u);
+}
+
+TEST_F(SharedLink, BeginsABlockWhereAByteFitsAndNotWhereNoneDoes) {
+  for (const std::uint32_t room : {41u, 40u}) {
+    Connect(256);
+    ASSERT_EQ(Send(stream, std::string(256 - 28 - 40 - room, 'a')), Status::Success);
+    ASSERT_EQ(Send(stream, "xy"), Status::Success);
+    pool::RunAll();
+    const Received received = peer->Take();
+    ASSERT_EQ(received.blocks.size(), room == 41 ? 2u : 1u);
+    if (room == 41) {
+      EXPECT_EQ(received.blocks[1].data, "x");
+      EXPECT_EQ(received.blocks[1].header.flags, kFirstBlock);
+    }
+    peer->Consume();
+    EXPECT_EQ(peer->Take().blocks.at(0).data, room == 41 ? "y" : "xy");
+    link->shutdown();
+    pool::RunAll();
+  }
+}
+
+TEST_F(SharedLink, DeliversEachBlockToItsStreamAndTellsThePeer) {
+  Connect();
+  Receiver other;
+  const auto second = NewStream(0x5300000000000BB0, &other);
+  ASSERT_TRUE(TakeSignal(peer->toLink.dataConsumed));
+  peer->Put(Of({For(stream, "a"), For(second, "b", 0x5300000000000BB0), For(stream, "c")}), 1);
+  EXPECT_THAT(heard.texts, ElementsAre("a", "c"));
+  EXPECT_THAT(other.texts, ElementsAre("b"));
+  EXPECT_TRUE(TakeSignal(peer->toLink.dataConsumed));
+  peer->Put(Of({For(second, "d", 0x5300000000000BB0)}), 2);
+  EXPECT_THAT(other.texts, ElementsAre("b", "d"));
+}
+
+struct Fault {
+  const char* tells;
+  std::function<void(RawTransaction&)> breaks;
+  std::uint32_t trxSeqNo = 1;
+};
+
+TEST_F(SharedLink, IsEndedByAFaultyTransaction) {
+  const std::vector<Fault> faults = {
+      {"a wrong sum", [](RawTransaction& t) { t.bytes[30] ^= std::byte{1}; }},
+      {"a size of 27", [](RawTransaction& t) { t.Seal(27, 1, 1); }},
+      {"a size of 63", [](RawTransaction& t) { t.Seal(63, 1, 1); }},
+      {"a size beyond the block", [](RawTransaction& t) { t.Put32(20, 4097); }},
+      {"a size of 4 GiB", [](RawTransaction& t) { t.Put32(20, 0xFFFFFFFF); }},
+      {"no blocks", [](RawTransaction& t) { t.Seal(static_cast<std::uint32_t>(t.bytes.size()), 0, 1); }},
+      {"more blocks than it has", [](RawTransaction& t) { t.Seal(static_cast<std::uint32_t>(t.bytes.size()), 2, 1); }},
+      {"a number that is not the next",
+       [](RawTransaction& t) { t.Seal(static_cast<std::uint32_t>(t.bytes.size()), 1, 2); }},
+  };
+  for (const Fault& fault : faults) {
+    SCOPED_TRACE(fault.tells);
+    Connect();
+    heard.texts.clear();
+    RawTransaction transaction = Of({For(stream, std::string(30, 'x'))});
+    fault.breaks(transaction);
+    peer->PutBytes(transaction.bytes);
+    ExpectFault();
+  }
+}
+
+TEST_F(SharedLink, IsEndedByABlockThatDoesNotFollow) {
+  const std::vector<std::pair<const char*, std::function<void(RawBlock&)>>> faults = {
+      {"a Close in two parts", [](RawBlock& b) { b = {.type = 3, .flags = kFirstBlock, .data = ""}; }},
+      {"an Open to a stream", [](RawBlock& b) { b.type = 1; }},
+      {"a Msg of nothing", [](RawBlock& b) { b.data.clear(); }},
+      {"a Close with data", [](RawBlock& b) { b.type = 3; }},
+      {"sizes that disagree", [](RawBlock& b) { b.blockSizeOff = 1; }},
+      {"data beyond the transaction", [](RawBlock& b) { b.dataSizeOff = b.blockSizeOff = 100; }},
+      {"a second part of nothing", [](RawBlock& b) { b.flags = kLastBlock; }},
+  };
+  for (const auto& [tells, breaks] : faults) {
+    SCOPED_TRACE(tells);
+    Connect();
+    heard.texts.clear();
+    RawBlock block = For(stream, "data that is long enough for a block");
+    breaks(block);
+    peer->Put(Of({block}), 1);
+    ExpectFault();
+  }
+}
+
+TEST_F(SharedLink, CountsTheTransactionThatItRefuses) {
+  Connect();
+  peer->Put(Of({For(stream, "one")}), 1);
+  peer->Put(Of({For(stream, "three")}), 3);
+  EXPECT_EQ(link->state(), LinkState::Closed);
+  EXPECT_THAT(heard.texts, ElementsAre("one", "<end>"));
+}
+
+TEST_F(SharedLink, DropsABlockForNobodyAndDeliversThoseBehindIt) {
+  Connect();
+  RawBlock nobody = For(stream, "lost");
+  nobody.destination = 0x53000000DEADDEAD;
+  peer->Put(Of({nobody, For(stream, "heard")}), 1);
+  EXPECT_THAT(heard.texts, ElementsAre("heard"));
+  EXPECT_EQ(link->state(), LinkState::Connected);
+}
+
+TEST_F(SharedLink, DropsABlockFromAnotherPeerThanTheStreams) {
+  Connect();
+  peer->Put(Of({For(stream, "forged", kPeerId + 1), For(stream, "true")}), 1);
+  EXPECT_THAT(heard.texts, ElementsAre("true"));
+}
+
+TEST_F(SharedLink, EndsItsWalkAtABlockOfNoTypeWithoutAFault) {
+  Connect();
+  RawBlock unknown = For(stream, "unknown");
+  unknown.type = 7;
+  peer->Put(Of({For(stream, "before"), unknown, For(stream, "behind")}), 1);
+  EXPECT_THAT(heard.texts, ElementsAre("before"));
+  EXPECT_EQ(link->state(), LinkState::Connected);
+  peer->Put(Of({For(stream, "next")}), 2);
+  EXPECT_THAT(heard.texts, ElementsAre("before", "next"));
+}
+
+TEST_F(SharedLink, LetsAStreamThatTakesNothingHarmNoOther) {
+  Connect();
+  Receiver other;
+  const auto refusing = std::make_shared<LmIpclibStream>(kEndpoint, u"s", StreamFlags(), 7, kPeerId, executor, link);
+  ASSERT_EQ(link->addStream(refusing), Status::Success);  // In Init: nobody has accepted it.
+  peer->Put(Of({For(refusing, "refused"), For(stream, "taken")}), 1);
+  EXPECT_THAT(heard.texts, ElementsAre("taken"));
+  EXPECT_EQ(link->state(), LinkState::Connected);
+  EXPECT_EQ(link->removeStream(refusing), Status::Success);
+}
+
+TEST_F(SharedLink, RefusesAnOpenWithAnAnswerForWantOfAListener) {
+  Connect();
+  const RawBlock open{.type = 1, .data = writeOpenPayload(u"calc"), .source = 0x5300000000000CC0, .destination = 0};
+  peer->Put(Of({open}), 1);
+  const Received received = peer->Take();
+  ASSERT_EQ(received.blocks.size(), 1u);
+  EXPECT_EQ(received.blocks[0].header.msgType, Type::OpenAck);
+  EXPECT_EQ(received.blocks[0].header.status, static_cast<std::uint32_t>(Status::NotFound));
+  EXPECT_EQ(received.blocks[0].header.destStreamId, 0x5300000000000CC0u);
+  EXPECT_EQ(link->state(), LinkState::Connected);
+}
+
+TEST_F(SharedLink, IsEndedByAMessageToItsControlStreamAndTheProcessIsNot) {
+  Connect();
+  peer->Put(Of({RawBlock{.destination = 0}}), 1);
+  EXPECT_EQ(link->state(), LinkState::Closed);
+  EXPECT_TRUE(TakeSignal(peer->toLink.error));
+}
+
+TEST_F(SharedLink, ClosesWithItsLastStreamAndTellsThePeer) {
+  Connect();
+  stream->shutdown();
+  pool::RunAll();
+  EXPECT_EQ(link->state(), LinkState::Closed);
+  EXPECT_TRUE(TakeSignal(peer->toLink.stop));
+  EXPECT_FALSE(TakeSignal(peer->toLink.error));
+}
+
+TEST_F(SharedLink, ClosesItsStreamsWhenItIsClosed) {
+  Connect();
+  Receiver other;
+  const auto second = NewStream(kPeerId, &other);
+  link->close();
+  EXPECT_EQ(link->state(), LinkState::Closing);
+  link->close();
+  EXPECT_EQ(link->state(), LinkState::Closing) << "that does nothing more";
+  pool::RunAll();
+  EXPECT_THAT(heard.texts, ElementsAre("<end>"));
+  EXPECT_THAT(other.texts, ElementsAre("<end>"));
+  EXPECT_EQ(link->state(), LinkState::Closed);
+  link->shutdown();
+  EXPECT_EQ(link->state(), LinkState::Closed);
+  EXPECT_FALSE(TakeSignal(peer->toLink.error));
+}
+
+TEST_F(SharedLink, SendsWhatIsQueuedBeforeItCloses) {
+  Connect();
+  ASSERT_EQ(Send(stream, "one"), Status::Success);
+  pool::RunAll();
+  EXPECT_EQ(peer->Take().blocks.size(), 1u);
+  ASSERT_EQ(Send(stream, "two"), Status::Success);
+  link->close();
+  pool::RunAll();
+  EXPECT_EQ(link->Streams(), 0u);
+  EXPECT_EQ(link->state(), LinkState::Closing);
+  peer->Consume();
+  EXPECT_EQ(peer->Take().blocks.at(0).data, "two");
+  EXPECT_EQ(link->state(), LinkState::Closed);
+  EXPECT_TRUE(TakeSignal(peer->toLink.stop));
+}
+
+TEST_F(SharedLink, WhosePeerStopsGivesUpWhatIsUnsentAndDoesNotAnswer) {
+  Connect();
+  ASSERT_EQ(Send(stream, "one"), Status::Success);
+  pool::RunAll();
+  ASSERT_EQ(Send(stream, "two"), Status::Success);
+  platform::SetEvent(peer->fromLink.stop.get());
+  pool::RunAll();
+  EXPECT_EQ(link->state(), LinkState::Closed);
+  EXPECT_THAT(completed, ElementsAre(Status::Success, Status::StreamClosed));
+  EXPECT_THAT(heard.texts, ElementsAre("<end>"));
+  EXPECT_FALSE(TakeSignal(peer->toLink.stop));
+  EXPECT_FALSE(TakeSignal(peer->toLink.error));
+}
+
+TEST_F(SharedLink, WhosePeerFailsShutsItsStreamsDownAndDoesNotAnswer) {
+  Connect();
+  ASSERT_EQ(Send(stream, "one"), Status::Success);
+  pool::RunAll();
+  ASSERT_EQ(Send(stream, "two"), Status::Success);
+  platform::SetEvent(peer->fromLink.error.get());
+  pool::RunAll();
+  EXPECT_EQ(link->state(), LinkState::Closed);
+  EXPECT_THAT(completed, ElementsAre(Status::Success, Status::StreamClosed));
+  EXPECT_THAT(heard.texts, ElementsAre("<end>"));
+  EXPECT_FALSE(TakeSignal(peer->toLink.error));
+  EXPECT_FALSE(TakeSignal(peer->toLink.stop));
+}
+
+TEST_F(SharedLink, TellsOnceThatItStopsAndOnceThatItHasClosed) {
+  peer = std::make_unique<RawPeer>();
+  std::vector<std::string> told;
+  link = std::make_shared<OpenLink>(
+      [&](LmIpclibLink& which) {
+        EXPECT_EQ(which.state(), LinkState::Closing);
+        told.emplace_back("stopping");
+      },
+      [&](LmIpclibLink& which) {
+        EXPECT_EQ(which.state(), LinkState::Closed);
+        EXPECT_EQ(which.getLinkListener(), nullptr) << "no lock is held";
+        told.emplace_back("closed");
+      });
+  ASSERT_EQ(link->connecting(), Status::Success);
+  ASSERT_EQ(Attach(*link, peer->toLink, peer->fromLink, peer->size), Status::Success);
+  unsigned errorCode = 0;
+  ASSERT_EQ(link->start(executor, errorCode), Status::Success);
+  link->close();
+  pool::RunAll();
+  link->shutdown();
+  link->close();
+  EXPECT_THAT(told, ElementsAre("stopping", "closed"));
+}
+
+TEST_F(SharedLink, ThatFailsToStartIsClosedAndTellsThePeer) {
+  peer = std::make_unique<RawPeer>();
+  link = std::make_shared<OpenLink>();
+  ASSERT_EQ(link->connecting(), Status::Success);
+  ASSERT_EQ(Attach(*link, peer->toLink, peer->fromLink, peer->size), Status::Success);
+  stream = std::make_shared<LmIpclibStream>(kEndpoint, u"s", StreamFlags(), executor, heard.Callback());
+  unsigned errorCode = 0;
+  EXPECT_EQ(link->start(nullptr, errorCode), Status::Unexpected);
+  EXPECT_EQ(link->state(), LinkState::Closed);
+  EXPECT_TRUE(TakeSignal(peer->toLink.error));
+}
+
+TEST_F(SharedLink, MakesAPipeWhoseEndTheSystemClosesWithTheProcess) {
+  link = std::make_shared<OpenLink>();
+  const auto first = link->getReadPipeReference();
+  EXPECT_TRUE(first);
+  EXPECT_TRUE(link->getReadPipeReference()) << "a new one; the first is closed";
+  EXPECT_FALSE(link->blockOnReadClientPipe()) << "it keeps no pipe of a client";
+}
+
+}  // namespace
+}  // namespace streams
