@@ -147,7 +147,8 @@ TEST(Duplicate, BetweenWhatAreNoProcessesIsNull) {
 }
 
 // What the call returns is not looked at: Windows says that it is done, Wine 8 closes the handle and says that there
-// was no process to give it to. The other target's tests look.
+// was no process to give it to. The other target's tests look. For another process Windows does the same, while Wine 8
+// leaves the handle open.
 TEST(CloseInProcess, ClosesAHandleOfThisOne) {
   UniqueProcess real;
   ASSERT_TRUE(Duplicate(GetCurrentProcess(), real.put()));
