@@ -34,20 +34,21 @@ struct Habits {
 
 inline bool IsEcho(const std::string& text) { return text.starts_with("re: "); }
 
-constexpr int kNobody = -1;
+using Id = std::size_t;  // Of a stream, of a link's side, of a send.
+constexpr Id kNobody = ~Id{0};
 
 struct Msg {
   Type type;
   Status status = Status::Success;
   std::string text{};
-  int source = kNobody;  // Streams by their number.
-  int dest = kNobody;    // kNobody: the control stream.
-  int send = kNobody;    // Of a user's message: which of the sends.
-  Habits asksFor{};      // Of an Open.
+  Id source = kNobody;  // Streams by their number.
+  Id dest = kNobody;    // kNobody: the control stream.
+  Id send = kNobody;    // Of a user's message: which of the sends.
+  Habits asksFor{};     // Of an Open.
 };
 
 struct Stream {
-  int side = 0;
+  Id side = 0;
   bool isControl = false;
   Habits habits{};
   State state = State::Init;
@@ -60,7 +61,7 @@ struct Stream {
   bool hasTask = false;
   bool hasLink = false;
   bool timerSet = false;
-  int remote = kNobody;
+  Id remote = kNobody;
   std::deque<Msg> incoming{};
   std::vector<std::string> heard{};
 };
@@ -90,15 +91,15 @@ struct Link {
   Reason reason = Reason::None;
   std::deque<Msg> deferred{};
   std::vector<Msg> transaction{};  // In the block that the peer reads.
-  std::set<int> streams{};
-  int control = kNobody;
+  std::set<Id> streams{};
+  Id control = kNobody;
   // What the peer signals, in the order in which the library makes the waits.
   Wait recv{}, consumed{}, error{}, stop{};
 };
 
 struct Step {
   enum class Kind : std::uint8_t { Send, Recv, Consumed, Error, Stop, Dispatch, Timer } kind;
-  int of;  // The link's side, or the stream.
+  Id of;  // The link's side, or the stream.
 
   friend bool operator==(const Step&, const Step&) = default;
 };
@@ -106,8 +107,8 @@ struct Step {
 class Model {
  public:
   Model() {
-    for (int side = 0; side < 2; ++side) {
-      links[side].control = static_cast<int>(streams.size());
+    for (Id side = 0; side < 2; ++side) {
+      links[side].control = streams.size();
       streams.push_back({.side = side,
                          .isControl = true,
                          .state = State::Connected,
@@ -124,8 +125,8 @@ class Model {
   // The user's calls. Each may be followed by what becomes of signalled events.
 
   // Returns the stream's number.
-  int Connect(int side, Habits own, Habits others) {
-    const int id = static_cast<int>(streams.size());
+  Id Connect(Id side, Habits own, Habits others) {
+    const Id id = streams.size();
     streams.push_back({.side = side, .habits = own, .state = State::Connecting, .hasLink = true});
     Stream& stream = streams[id];
     if (links[side].state != LinkState::Connected) {
@@ -138,24 +139,24 @@ class Model {
     SendOn(side, {.type = Type::Open, .source = id, .asksFor = others});
     return id;
   }
-  Status CompleteConnect(int id) {
+  Status CompleteConnect(Id id) {
     Stream& stream = streams[id];
     if (stream.state != State::Connected || stream.dispatchEnabled) return Status::InvalidState;
     stream.dispatchEnabled = stream.hasTask = true;
     QueueDispatch(id);
     return Status::Success;
   }
-  Status SendText(int id, const std::string& text) {
+  Status SendText(Id id, const std::string& text) {
     Stream& stream = streams[id];
     if (stream.state != State::Connected && stream.closing != Stream::Closing::Remote) return Status::InvalidState;
     if (stream.state == State::Closed || !stream.hasLink) return Status::InvalidState;
-    const int number = static_cast<int>(sends.size());
+    const Id number = sends.size();
     const Status status =
         SendOn(stream.side, {.type = Type::Msg, .text = text, .source = id, .dest = stream.remote, .send = number});
     if (status == Status::Success) sends.emplace_back();
     return status;
   }
-  Status Close(int id, bool withLimit) {
+  Status Close(Id id, bool withLimit) {
     Stream& stream = streams[id];
     if (stream.state == State::Closed) return Status::Success;
     if (stream.pending) {
@@ -179,19 +180,19 @@ class Model {
     }
     return Status::Success;
   }
-  void Shutdown(int id) {
+  void Shutdown(Id id) {
     Stream& stream = streams[id];
     const bool closesHere = stream.state == State::Closing && stream.closing == Stream::Closing::Local;
     if (stream.state == State::Connecting || stream.state == State::Connected || closesHere) CloseStream(id);
   }
   // Every limit that is set has come.
   void Fire() {
-    for (const int id : timers) {
+    for (const Id id : timers) {
       if (std::exchange(streams[id].timerSet, false)) queue.push_back({Step::Kind::Timer, id});
     }
   }
-  void CloseLink(int side) { StopInOrder(side); }
-  void ShutDownLink(int side) { Fail(side); }
+  void CloseLink(Id side) { StopInOrder(side); }
+  void ShutDownLink(Id side) { Fail(side); }
 
   void Run(std::size_t place) {
     const Step step = queue[place];
@@ -224,7 +225,7 @@ class Model {
 
   // Waits whose events are signalled get their callbacks queued.
   void TakeSignals() {
-    for (int side = 0; side < 2; ++side) {
+    for (Id side = 0; side < 2; ++side) {
       Link& link = links[side];
       const std::pair<Wait*, Step::Kind> all[] = {{&link.recv, Step::Kind::Recv},
                                                   {&link.consumed, Step::Kind::Consumed},
@@ -241,11 +242,11 @@ class Model {
   std::deque<Stream> streams;
   Link links[2];
   std::deque<Step> queue;
-  std::deque<int> offered;                   // Streams that a listener is asked about, in this order.
+  std::deque<Id> offered;                    // Streams that a listener is asked about, in this order.
   std::vector<std::optional<Status>> sends;  // How the messages of users ended, those that were taken.
 
  private:
-  std::vector<int> timers;  // In the order in which they were made.
+  std::vector<Id> timers;  // In the order in which they were made.
 
   static bool IsUp(const Link& link) { return link.state == LinkState::Connected || link.state == LinkState::Closing; }
   static bool Fired(Wait& wait) {
@@ -253,9 +254,9 @@ class Model {
     wait.armed = false;
     return true;
   }
-  Link& PeerOf(int side) { return links[1 - side]; }
+  Link& PeerOf(Id side) { return links[1 - side]; }
 
-  Status SendOn(int side, Msg msg) {
+  Status SendOn(Id side, Msg msg) {
     Link& link = links[side];
     if (link.state != LinkState::Connected) return Status::InvalidState;
     link.deferred.push_back(std::move(msg));
@@ -265,7 +266,7 @@ class Model {
     }
     return Status::Success;
   }
-  void PerformSend(int side) {
+  void PerformSend(Id side) {
     Link& link = links[side];
     if (link.deferred.empty()) {
       link.send = Send::Idle;
@@ -282,16 +283,16 @@ class Model {
   template <class Messages>
   void Complete(const Messages& messages, Status status) {
     for (const Msg& msg : messages) {
-      if (msg.send != kNobody) sends[static_cast<std::size_t>(msg.send)] = status;
+      if (msg.send != kNobody) sends[msg.send] = status;
       if (msg.type == Type::Open && status != Status::Success) EndConnect(msg.source, status);
     }
   }
 
-  void Receive(int side) {
+  void Receive(Id side) {
     Link& link = links[side];
-    std::set<int> touched;
+    std::set<Id> touched;
     for (const Msg& msg : PeerOf(side).transaction) {
-      const int id = msg.dest == kNobody ? link.control : msg.dest;
+      const Id id = msg.dest == kNobody ? link.control : msg.dest;
       if (id == kNobody || (msg.dest != kNobody && !touched.contains(id) && !link.streams.contains(id))) continue;
       touched.insert(id);
       const bool isMeant = msg.dest == kNobody || msg.type == Type::OpenAck ? streams[id].remote == kNobody
@@ -302,9 +303,9 @@ class Model {
       link.recv.Start();
       PeerOf(side).consumed.signalled = true;
     }
-    for (const int id : touched) QueueDispatch(id);
+    for (const Id id : touched) QueueDispatch(id);
   }
-  bool Take(int id, const Msg& msg) {
+  bool Take(Id id, const Msg& msg) {
     Stream& stream = streams[id];
     const bool takes = stream.state == State::Connecting || stream.state == State::Connected ||
                        (stream.state == State::Closing && stream.closing == Stream::Closing::Local);
@@ -318,7 +319,7 @@ class Model {
     EndConnect(id, msg.status);
     return true;
   }
-  void EndConnect(int id, Status status) {
+  void EndConnect(Id id, Status status) {
     Stream& stream = streams[id];
     if (!stream.pending) return;
     stream.pending = false;
@@ -331,14 +332,14 @@ class Model {
     }
   }
 
-  void QueueDispatch(int id) {
+  void QueueDispatch(Id id) {
     Stream& stream = streams[id];
     if (!stream.dispatchEnabled || !stream.hasTask || stream.incoming.empty()) return;
     if (stream.dispatchQueued || stream.dispatchRunning) return;
     stream.dispatchQueued = true;
     queue.push_back({Step::Kind::Dispatch, id});
   }
-  void Dispatch(int id) {
+  void Dispatch(Id id) {
     if (!streams[id].dispatchQueued) return;
     streams[id].dispatchQueued = false;
     streams[id].dispatchRunning = true;
@@ -349,7 +350,7 @@ class Model {
     }
     streams[id].dispatchRunning = false;
   }
-  void Deliver(int id, const Msg& msg) {
+  void Deliver(Id id, const Msg& msg) {
     Stream& stream = streams[id];
     const bool closesHere = stream.state == State::Closing && stream.closing == Stream::Closing::Local;
     switch (msg.type) {
@@ -373,7 +374,7 @@ class Model {
       default: return;
     }
   }
-  void Hear(int id, const std::string& text) {
+  void Hear(Id id, const std::string& text) {
     if (!streams[id].isControl) {
       streams[id].heard.push_back(text.empty() ? "<end>" : text);
       if (!text.empty() && streams[id].habits.echoes && !IsEcho(text)) SendText(id, "re: " + text);
@@ -381,9 +382,9 @@ class Model {
     }
     if (text.empty()) LetGo(id);
   }
-  void Serve(int control, const Msg& open) {
-    const int side = streams[control].side;
-    const int id = static_cast<int>(streams.size());
+  void Serve(Id control, const Msg& open) {
+    const Id side = streams[control].side;
+    const Id id = streams.size();
     streams.push_back({.side = side, .habits = open.asksFor, .hasLink = true, .remote = open.source});
     Stream& stream = streams[id];
     Status status = links[side].state == LinkState::Connected ? Status::Success : Status::InvalidState;
@@ -401,7 +402,7 @@ class Model {
     }
   }
 
-  void CloseStream(int id) {
+  void CloseStream(Id id) {
     Stream& stream = streams[id];
     const bool wasPending = stream.pending;
     const bool wasConnecting = stream.state == State::Connecting;
@@ -415,12 +416,12 @@ class Model {
       QueueEnd(id);
     }
   }
-  void QueueEnd(int id) {
+  void QueueEnd(Id id) {
     streams[id].incoming.push_back({.type = Type::Msg});
     QueueDispatch(id);
   }
   // The stream leaves its link.
-  void LetGo(int id) {
+  void LetGo(Id id) {
     Stream& stream = streams[id];
     stream.hasTask = stream.timerSet = false;
     std::erase(queue, Step{Step::Kind::Timer, id});
@@ -430,7 +431,7 @@ class Model {
     if (!stream.isControl && links[stream.side].streams.erase(id) != 0) Check(stream.side);
   }
 
-  void Check(int side) {
+  void Check(Id side) {
     Link& link = links[side];
     if (!link.streams.empty()) return;
     if (link.state == LinkState::Connected) return StopInOrder(side);
@@ -440,37 +441,37 @@ class Model {
     if (link.reason == Reason::None) PeerOf(side).stop.signalled = true;
     if (inOrder) StopWorkers(side);
   }
-  void StopInOrder(int side) {
+  void StopInOrder(Id side) {
     Link& link = links[side];
     if (link.state != LinkState::Connected) return;
     link.state = LinkState::Closing;
-    const std::set<int> left = link.streams;
+    const std::set<Id> left = link.streams;
     if (left.empty()) return Check(side);
     std::deque<Msg> unsent;
     if (link.reason == Reason::PeerStopped) unsent.swap(link.deferred);
     Complete(unsent, Status::StreamClosed);
-    for (const int id : left) Close(id, false);
+    for (const Id id : left) Close(id, false);
   }
-  void Fail(int side) {
+  void Fail(Id side) {
     Link& link = links[side];
     if (link.state == LinkState::Closed || link.state == LinkState::ShuttingDown) return;
     if (link.reason == Reason::None) PeerOf(side).error.signalled = true;
     link.state = LinkState::ShuttingDown;
     std::deque<Msg> unsent;
     unsent.swap(link.deferred);
-    const std::set<int> left = link.streams;
+    const std::set<Id> left = link.streams;
     link.recv.Stop();
     link.recv.alive = false;
     std::erase(queue, Step{Step::Kind::Recv, side});
     StopWorkers(side);
     Complete(unsent, Status::StreamClosed);
     if (left.empty()) return Check(side);
-    for (const int id : left) Shutdown(id);
+    for (const Id id : left) Shutdown(id);
   }
-  void StopWorkers(int side) {
+  void StopWorkers(Id side) {
     Link& link = links[side];
     for (Wait* wait : {&link.recv, &link.consumed, &link.error, &link.stop}) wait->Stop();
-    if (const int control = std::exchange(link.control, kNobody); control != kNobody) Shutdown(control);
+    if (const Id control = std::exchange(link.control, kNobody); control != kNobody) Shutdown(control);
   }
 };
 

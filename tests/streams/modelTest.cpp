@@ -26,6 +26,7 @@ namespace streams {
 namespace {
 
 using model::Habits;
+using model::Id;
 using model::Status;
 
 // Which of the runs; a preset may have fewer of them.
@@ -55,14 +56,14 @@ Habits HabitsOf(const std::u16string& name) {
 class World {
  public:
   World() {
-    for (int side = 0; side < 2; ++side) {
+    for (Id side = 0; side < 2; ++side) {
       links_[side] = std::make_shared<OpenLink>();
       listeners_[side] = std::make_shared<LmIpclibLinkListener>(
           kEndpoint, [this](const std::shared_ptr<LmIpclibStream>& stream) { return Offer(stream); });
       links_[side]->Listen(listeners_[side]);
       EXPECT_EQ(links_[side]->connecting(), Status::Success);
     }
-    for (int side = 0; side < 2; ++side) {
+    for (Id side = 0; side < 2; ++side) {
       EXPECT_EQ(Attach(*links_[side], wires_[1 - side], wires_[side], kChannelSize), Status::Success);
       unsigned errorCode = 0;
       EXPECT_EQ(links_[side]->start(executor_, errorCode), Status::Success);
@@ -80,8 +81,8 @@ class World {
   World(const World&) = delete;
   World& operator=(const World&) = delete;
 
-  void Connect(int side, Habits own, Habits others) {
-    const int id = model_.Connect(side, own, others);
+  void Connect(Id side, Habits own, Habits others) {
+    const Id id = model_.Connect(side, own, others);
     AwaitIndex(id);
     const auto stream =
         std::make_shared<LmIpclibStream>(kEndpoint, NameOf(others), StreamFlags(), executor_, Callback(id, own));
@@ -96,13 +97,13 @@ class World {
     });
     sent->Await();
   }
-  void CompleteConnect(int id) { EXPECT_EQ(real_[id]->completeConnect(), model_.CompleteConnect(id)); }
-  void Send(int id, const std::string& text) { EXPECT_EQ(RealSend(id, text), model_.SendText(id, text)); }
-  void Close(int id, bool withLimit) {
+  void CompleteConnect(Id id) { EXPECT_EQ(real_[id]->completeConnect(), model_.CompleteConnect(id)); }
+  void Send(Id id, const std::string& text) { EXPECT_EQ(RealSend(id, text), model_.SendText(id, text)); }
+  void Close(Id id, bool withLimit) {
     const auto limit = withLimit ? std::chrono::milliseconds(1) : std::chrono::milliseconds::max();
     EXPECT_EQ(real_[id]->close(limit), model_.Close(id, withLimit));
   }
-  void Shutdown(int id) {
+  void Shutdown(Id id) {
     model_.Shutdown(id);
     real_[id]->shutdown();
   }
@@ -110,11 +111,11 @@ class World {
     model_.Fire();
     pool::Fire();
   }
-  void CloseLink(int side) {
+  void CloseLink(Id side) {
     model_.CloseLink(side);
     links_[side]->close();
   }
-  void ShutDownLink(int side) {
+  void ShutDownLink(Id side) {
     model_.ShutDownLink(side);
     links_[side]->shutdown();
   }
@@ -128,11 +129,11 @@ class World {
     model_.TakeSignals();
     ASSERT_EQ(pool::Queued(), model_.queue.size());
     AwaitConnects();
-    for (int side = 0; side < 2; ++side) {
+    for (Id side = 0; side < 2; ++side) {
       EXPECT_EQ(NameOf(links_[side]->state()), NameOf(model_.links[side].state)) << "link " << side;
       EXPECT_EQ(links_[side]->Streams(), model_.links[side].streams.size()) << "link " << side;
     }
-    for (std::size_t id = 2; id < real_.size(); ++id) {
+    for (Id id = 2; id < real_.size(); ++id) {
       if (!real_[id]) continue;
       EXPECT_EQ(NameOf(real_[id]->state()), NameOf(model_.streams[id].state)) << "stream " << id;
       EXPECT_EQ(heard_[id], model_.streams[id].heard) << "stream " << id;
@@ -142,10 +143,10 @@ class World {
 
   [[nodiscard]] std::size_t Queued() const { return model_.queue.size(); }
   // The streams that a user has in hand.
-  [[nodiscard]] std::vector<int> Streams() const {
-    std::vector<int> ids;
-    for (std::size_t id = 2; id < real_.size(); ++id) {
-      if (real_[id]) ids.push_back(static_cast<int>(id));
+  [[nodiscard]] std::vector<Id> Streams() const {
+    std::vector<Id> ids;
+    for (Id id = 2; id < real_.size(); ++id) {
+      if (real_[id]) ids.push_back(id);
     }
     return ids;
   }
@@ -153,7 +154,7 @@ class World {
  private:
   static constexpr std::uint32_t kChannelSize = 65536;
 
-  LmIpclibStream::RecvCallback Callback(int id, Habits habits) {
+  LmIpclibStream::RecvCallback Callback(Id id, Habits habits) {
     return [this, id, habits](Status status, const std::shared_ptr<LmIpclibMsg>& message) {
       EXPECT_EQ(status, Status::Success);
       const std::string text = message->size() == 0 ? "" : TextOf(*message);
@@ -164,14 +165,14 @@ class World {
   }
   Status Offer(const std::shared_ptr<LmIpclibStream>& stream) {
     if (model_.offered.empty()) return Status::Unexpected;
-    const int id = model_.offered.front();
+    const Id id = model_.offered.front();
     model_.offered.pop_front();
     AwaitIndex(id);
     real_[id] = stream;
     const Habits habits = HabitsOf(stream->streamName());
     return habits.accepts ? stream->accept({}, Callback(id, habits)) : Status::AccessDenied;
   }
-  Status RealSend(int id, const std::string& text) {
+  Status RealSend(Id id, const std::string& text) {
     const std::string& kept = texts_.emplace_back(text);
     const std::size_t number = sends_.size();
     const auto sent = real_[id]->send({}, static_cast<std::uint32_t>(kept.size()), kept.data(),
@@ -182,11 +183,10 @@ class World {
     if (sent) sends_.emplace_back();
     return sent.status();
   }
-  void AwaitIndex(int id) {
-    const auto size = static_cast<std::size_t>(id) + 1;
-    if (real_.size() >= size) return;
-    real_.resize(size);
-    heard_.resize(size);
+  void AwaitIndex(Id id) {
+    if (real_.size() > id) return;
+    real_.resize(id + 1);
+    heard_.resize(id + 1);
   }
   void AwaitConnects() {
     for (auto connect = connects_.begin(); connect != connects_.end();) {
@@ -207,7 +207,7 @@ class World {
   // By the model's numbers.
   std::deque<std::shared_ptr<LmIpclibStream>> real_;
   std::deque<std::vector<std::string>> heard_;
-  std::map<int, std::future<Status>> connects_;
+  std::map<Id, std::future<Status>> connects_;
   std::list<std::string> texts_;
   std::vector<std::optional<Status>> sends_;
   model::Model model_;
@@ -218,13 +218,13 @@ class Actor {
   explicit Actor(std::uint64_t seed) : random_(seed) {}
 
   void Play() {
-    const int acts = 20 + Below(60);
-    for (int i = 0; i < acts && !testing::Test::HasFailure(); ++i) {
+    const std::size_t acts = 20 + Below(60);
+    for (std::size_t i = 0; i < acts && !testing::Test::HasFailure(); ++i) {
       Act();
       world_.Settle();
     }
     RunOut();
-    for (const int side : {0, 1}) {
+    for (Id side = 0; side < 2; ++side) {
       if (testing::Test::HasFailure()) return;
       world_.ShutDownLink(side);
       world_.Settle();
@@ -233,17 +233,17 @@ class Actor {
   }
 
  private:
-  int Below(int limit) { return static_cast<int>(random_() % static_cast<unsigned>(limit)); }
-  bool Chance(int percent) { return Below(100) < percent; }
+  std::size_t Below(std::size_t limit) { return random_() % limit; }
+  bool Chance(std::size_t percent) { return Below(100) < percent; }
   Habits AnyHabits() { return {.accepts = Chance(90), .echoes = Chance(30), .closesAtEnd = Chance(60)}; }
 
   void Act() {
-    const auto queued = static_cast<int>(world_.Queued());
-    if (queued != 0 && Chance(60)) return world_.Run(static_cast<std::size_t>(Below(queued)));
-    const std::vector<int> streams = world_.Streams();
-    const int what = Below(100);
+    const std::size_t queued = world_.Queued();
+    if (queued != 0 && Chance(60)) return world_.Run(Below(queued));
+    const std::vector<Id> streams = world_.Streams();
+    const std::size_t what = Below(100);
     if (streams.empty() || (what < 15 && streams.size() < 6)) return world_.Connect(Below(2), AnyHabits(), AnyHabits());
-    const int stream = streams[static_cast<std::size_t>(Below(static_cast<int>(streams.size())))];
+    const Id stream = streams[Below(streams.size())];
     if (what < 40) return world_.CompleteConnect(stream);
     if (what < 70) return world_.Send(stream, "text " + std::to_string(++texts_));
     if (what < 84) return world_.Close(stream, Chance(50));
@@ -254,7 +254,7 @@ class Actor {
   }
   void RunOut() {
     while (world_.Queued() != 0 && !testing::Test::HasFailure()) {
-      world_.Run(static_cast<std::size_t>(Below(static_cast<int>(world_.Queued()))));
+      world_.Run(Below(world_.Queued()));
       world_.Settle();
     }
   }

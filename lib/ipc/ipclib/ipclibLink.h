@@ -131,6 +131,7 @@ class LmIpclibLink : public std::enable_shared_from_this<LmIpclibLink> {
   enum class StopReason : std::uint32_t { None = 0, PeerStopped = 1, PeerFailed = 2, PeerGone = 3 };
 
   using Messages = std::list<std::shared_ptr<LmIpclibMsg>>;
+  using LinkTrace = OperationTrace<LmIpclibLink>;
 
   // Ends a link that has begun to stop and has nothing left to do, and then returns true. Closes one that is connected
   // and has no streams. With the lock held.
@@ -191,8 +192,6 @@ class LmIpclibLink : public std::enable_shared_from_this<LmIpclibLink> {
   std::weak_ptr<LmIpclibLinkListener> linkListener;
 
  private:
-  using LinkTrace = OperationTrace<LmIpclibLink>;
-
   void queueDeferredSend(Lock& lock);
   LmIpcStatusCode startControlStream(const std::shared_ptr<task::TaskExecutor>& executor);
   // The bodies of the tasks.

@@ -16,8 +16,6 @@
 namespace quill::ipc {
 namespace {
 
-using LinkTrace = OperationTrace<LmIpclibLink>;
-
 constexpr std::uint32_t kPeerTakenFrom = 2;
 
 template <class Handle>
