@@ -14,20 +14,12 @@
 #include "lib/ipc/ipclib/ipclibStream.h"
 #include "lib/ipc/ipclib/ipclibStreamCtrl.h"
 #include "platform/raii.h"
+#include "tests/streams/openLink.h"
 #include "tests/streams/steppedPool.h"
 
 namespace streams {
 
-using namespace quill::ipc;
-using Executor = quill::task::TaskExecutor;
-
-inline constexpr platform::GUID kEndpoint{0x11223344, 0x5566, 0x7788, {1, 2, 3, 4, 5, 6, 7, 8}};
-
 inline std::shared_ptr<Executor> NewExecutor() { return quill::task::CreateWindowsThreadPoolExecutor(nullptr, 0); }
-
-inline std::string TextOf(const LmIpclibMsg& message) {
-  return {reinterpret_cast<const char*>(message.data()), message.size()};
-}
 
 class Carrier final : public LmIpclibLink {
  public:

@@ -213,7 +213,7 @@ class Model {
       case Step::Kind::Stop:
         if (!Fired(links[step.of].stop)) return;
         links[step.of].reason = Reason::PeerStopped;
-        return StopInOrder(step.of);
+        return links[step.of].state == LinkState::Closing ? GiveUpSends(step.of) : StopInOrder(step.of);
       case Step::Kind::Dispatch: return Dispatch(step.of);
       case Step::Kind::Timer:
         if (streams[step.of].state == State::Closing && streams[step.of].closing == Stream::Closing::Local) {
@@ -451,6 +451,12 @@ class Model {
     if (link.reason == Reason::PeerStopped) unsent.swap(link.deferred);
     Complete(unsent, Status::StreamClosed);
     for (const Id id : left) Close(id, false);
+  }
+  void GiveUpSends(Id side) {
+    std::deque<Msg> unsent;
+    unsent.swap(links[side].deferred);
+    Complete(unsent, Status::StreamClosed);
+    Check(side);
   }
   void Fail(Id side) {
     Link& link = links[side];

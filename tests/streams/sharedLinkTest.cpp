@@ -390,6 +390,20 @@ TEST_F(SharedLink, WhosePeerStopsGivesUpWhatIsUnsentAndDoesNotAnswer) {
   EXPECT_FALSE(TakeSignal(peer->toLink.error));
 }
 
+TEST_F(SharedLink, ThatClosesWhileItsPeerStopsGivesUpWhatIsUnsent) {
+  Connect();
+  ASSERT_EQ(Send(stream, "one"), Status::Success);
+  pool::RunAll();
+  ASSERT_EQ(Send(stream, "two"), Status::Success);
+  link->close();
+  pool::RunAll();
+  EXPECT_EQ(link->state(), LinkState::Closing);
+  platform::SetEvent(peer->fromLink.stop.get());
+  pool::RunAll();
+  EXPECT_EQ(link->state(), LinkState::Closed);
+  EXPECT_THAT(completed, ElementsAre(Status::Success, Status::StreamClosed));
+}
+
 TEST_F(SharedLink, WhosePeerFailsShutsItsStreamsDownAndDoesNotAnswer) {
   Connect();
   ASSERT_EQ(Send(stream, "one"), Status::Success);

@@ -169,7 +169,21 @@ void LmIpclibLinkSharedMemWin::onPeerError() {
 void LmIpclibLinkSharedMemWin::onPeerStop() {
   Lock lock(m_lock);
   stopReason = StopReason::PeerStopped;
-  stop(lock);
+  if (state() == State::Closing) {
+    giveUpSends(lock);
+  } else {
+    stop(lock);
+  }
+}
+
+// What waits to be sent while the link closes would wait for ever: a peer that has stopped reads nothing more.
+void LmIpclibLinkSharedMemWin::giveUpSends(Lock& lock) {
+  Messages unsent;
+  unsent.swap(deferredSends);
+  lock.unlock();
+  complete(unsent, LmIpcStatusCode::StreamClosed);
+  lock.lock();
+  shutdownLinkWithCheck(lock);
 }
 
 void LmIpclibLinkSharedMemWin::onPeerGone() {
@@ -225,7 +239,7 @@ void LmIpclibLinkSharedMemWin::pack(TransactionWriter& transaction, Messages& ba
 bool LmIpclibLinkSharedMemWin::putBack(Messages& batch, Messages& failed) {
   const bool isFailing = state() == State::Error || state() == State::ShuttingDown;
   if (batch.empty()) return isFailing || state() == State::Closing;
-  if (isFailing) {
+  if (isFailing || stopReason != StopReason::None) {
     failed.splice(failed.end(), batch);
     return true;
   }

@@ -76,6 +76,7 @@ class LmIpclibLinkSharedMemWin : public LmIpclibLink {
 
   void stopAtOnce(Lock& lock);
   void stopInOrder(Lock& lock);
+  void giveUpSends(Lock& lock);
   void stopRecvWorker(Lock& lock);
   void beginToStop(State state);
 

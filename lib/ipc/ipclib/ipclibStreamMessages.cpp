@@ -94,7 +94,6 @@ LmIpcStatusCode LmIpclibStream::completePartialMsg(Lock& lock, const LmIpclibBlo
 
 void LmIpclibStream::addIncomingMessage(std::shared_ptr<LmIpclibMsg> message) {
   const MessageTrace trace(*this, *message);
-  message->setStream(shared_from_this());
   incoming_.push_back(std::move(message));
 }
 
@@ -151,6 +150,8 @@ void LmIpclibStream::deliver(Incoming& messages) {
   while (!messages.empty()) {
     const auto message = std::move(messages.front());
     messages.pop_front();
+    // Not before: a message that is never delivered must not keep its stream.
+    message->setStream(shared_from_this());
     switch (message->msgType()) {
       case LmIpclibMsgType::Open:
       case LmIpclibMsgType::Msg: onProtoMsg(message); break;
