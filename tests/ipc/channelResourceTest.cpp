@@ -24,7 +24,7 @@ class ChannelResource : public ipcTests::ChannelFixture {
   // A handle that is open, and no process's.
   [[nodiscard]] ProcessHandle NoProcess() const { return ProcessHandle(event_.get().value()); }
 
-  const ServedChannel served_;
+  const ServedChannel served_{};
 
  private:
   const UniqueEvent event_ = NewEvent();
