@@ -10,11 +10,10 @@ namespace support {
 // One thread waits until another one has said so; each word is good for one wait.
 class Signal {
  public:
+  // Within the lock: whoever has waited may let this object go at once.
   void Give() {
-    {
-      const std::lock_guard lock(lock_);
-      ++given_;
-    }
+    const std::lock_guard lock(lock_);
+    ++given_;
     changed_.notify_one();
   }
   void Await() {
