@@ -2,7 +2,6 @@
 //
 // The first byte of an input says what is done to the rest: bit 0 puts the sum right, so that damage behind it is met;
 // bit 1 puts the size right; bit 2 the number of the transaction.
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -10,11 +9,10 @@
 #include <span>
 #include <vector>
 
-#include "lib/ipc/ipclib/crc32.h"
 #include "lib/ipc/ipclib/ipclibMsg.h"
-#include "lib/ipc/ipclib/littleEndian.h"
 #include "lib/ipc/ipclib/transactionReader.h"
 #include "tests/fuzz/fuzzTarget.h"
+#include "tests/fuzz/putRight.h"
 
 namespace {
 
@@ -22,19 +20,6 @@ using namespace quill::ipc;
 
 // A message that claims more would be given the room, as it is promised; here it only takes time.
 constexpr std::uint32_t kLargestMessage = 1 << 20;
-
-void PutRight(std::span<std::byte> bytes, std::uint8_t what) {
-  if (bytes.size() < LmIpclibTrxHeader::kSize) return;
-  if ((what & 2) != 0)
-    writeLittleEndian<std::uint32_t>(bytes.subspan<20, 4>(), static_cast<std::uint32_t>(bytes.size()));
-  if ((what & 4) != 0) writeLittleEndian<std::uint64_t>(bytes.subspan<8, 8>(), 1);
-  if ((what & 1) != 0) {
-    const std::size_t size =
-        std::min<std::size_t>(readLittleEndian<std::uint32_t>(bytes.subspan<20, 4>()), bytes.size());
-    writeLittleEndian<std::uint32_t>(bytes.subspan<4, 4>(), 0);
-    writeLittleEndian<std::uint32_t>(bytes.subspan<4, 4>(), crc32(bytes.first(size)));
-  }
-}
 
 // Messages in the making, by stream.
 class Reassembly {
@@ -70,7 +55,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const auto input = std::as_bytes(std::span(data, size)).subspan(1);
   std::vector<std::byte> bytes(input.begin(), input.end());
-  PutRight(bytes, data[0]);
+  fuzz::PutRight(bytes, data[0], 1);
 
   TransactionReader reader(bytes);
   if (reader.open(1) != LmIpcStatusCode::Success) return 0;

@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "lib/ipc/ipclib/lineSink.h"
+#include "tests/ipc/failingMalloc.h"
 #include "tests/streams/streamFixture.h"
 
 namespace streams {
@@ -87,6 +88,16 @@ TEST_F(StreamBlocks, WhoseLastOneComesTooEarlyAreRefusedAndTheMessageStays) {
 TEST_F(StreamBlocks, OfAnEmptyMessageOfThePeerAreRefused) {
   Connect();
   EXPECT_EQ((Block{.data = ""}).To(*stream), Status::ProtocolError);
+}
+
+TEST_F(StreamBlocks, OfAMessageThatThereIsNoRoomForAreRefusedAndNothingOfItIsLeft) {
+  Connect();
+  {
+    const ipcTests::NoRoomFor noRoom(0xFFFFFFFF);
+    EXPECT_EQ((Block{.flags = kFirstBlock, .data = "x", .totalSize = 0xFFFFFFFF}).To(*stream), Status::ProtocolError);
+  }
+  Hear(Type::Msg, "next");
+  EXPECT_THAT(heard.texts, ElementsAre("next"));
 }
 
 struct OpenPayload {

@@ -1,8 +1,6 @@
 // Links of this process over shared memory, for tests that look into them or play the other side.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <memory>

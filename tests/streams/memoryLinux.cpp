@@ -1,0 +1,50 @@
+// With a bound on the address space, which the sanitizers' own needs exceed.
+#include <sys/resource.h>
+
+#include <fstream>
+#include <limits>
+
+#include "tests/streams/sharedLinkFixture.h"
+
+namespace streams {
+namespace {
+
+// The process can have so many bytes more.
+class Bound {
+ public:
+  explicit Bound(rlim_t bytes) {
+    getrlimit(RLIMIT_AS, &before_);
+    rlimit bound = before_;
+    bound.rlim_cur = AddressSpace() + bytes;
+    EXPECT_EQ(setrlimit(RLIMIT_AS, &bound), 0);
+  }
+  ~Bound() { setrlimit(RLIMIT_AS, &before_); }
+  Bound(const Bound&) = delete;
+  Bound& operator=(const Bound&) = delete;
+
+ private:
+  static rlim_t AddressSpace() {
+    rlim_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    return pages * 4096;
+  }
+  rlimit before_{};
+};
+
+TEST_F(SharedLink, WhosePeerClaims4GibInABoundedAddressSpaceIsEndedAndTheProcessIsNot) {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "a sanitizer's allocator ends the process itself";
+#endif
+  Connect();
+  const Bound bound(rlim_t{1} << 30);
+  RawTransaction transaction;
+  RawBlock block = For(stream, "x");
+  block.flags = kFirstBlock;
+  transaction.Add(block);
+  transaction.Put32(28 + 36, std::numeric_limits<std::uint32_t>::max());
+  peer->Put(transaction, 1);
+  ExpectFault();
+}
+
+}  // namespace
+}  // namespace streams
