@@ -1,6 +1,6 @@
 #include "lib/ipc/ipclib/transactionWriter.h"
 
-#include <algorithm>
+#include <cstring>
 
 #include "lib/ipc/ipclib/crc32.h"
 
@@ -30,7 +30,8 @@ TransactionWriter::Block TransactionWriter::append(LmIpclibMsg& message) noexcep
 
   const std::span<std::byte> block = view_.subspan(size_, header.blockSize);
   writeBlockHeader(block, header);
-  std::ranges::copy(data, block.subspan(headerSize).begin());
+  // Not std::ranges::copy, which goes byte by byte here.
+  if (!data.empty()) std::memcpy(block.subspan(headerSize).data(), data.data(), data.size());
   size_ += header.blockSize;
   ++blocks_;
   return {header.blockSize, header.dataSize, last};
