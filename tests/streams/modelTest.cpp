@@ -29,11 +29,6 @@ using model::Habits;
 using model::Id;
 using model::Status;
 
-// Which of the runs; a preset may have fewer of them.
-#ifndef LUMENAR_MODEL_RUNS
-#define LUMENAR_MODEL_RUNS 10000
-#endif
-
 // Tells when a thread that connects has handed its Open to the link: from there on it only waits.
 thread_local support::Signal* openIsSent = nullptr;
 
