@@ -38,6 +38,7 @@ class Watch {
  private:
   [[nodiscard]] bool CreateEvents();
   [[nodiscard]] bool OpenKeys();
+  [[nodiscard]] LSTATUS OpenBelow(HKEY hive, const char16_t* name, UniqueKey& key);
   [[nodiscard]] bool ArmLocal();
   void ArmUser();
   [[nodiscard]] Next WaitForChange();
@@ -70,18 +71,21 @@ bool Watch::CreateEvents() {
   return true;
 }
 
+// Goes down by that name, and opens what is there. A path that cannot go down leads to another key, which is neither
+// watched nor, in the end, deleted.
+LSTATUS Watch::OpenBelow(HKEY hive, const char16_t* name, UniqueKey& key) {
+  const platform::HRESULT appended = platform::PathCchAppend(path_, platform::MAX_PATH, name);
+  if (appended < 0) return appended;
+  return platform::RegOpenKeyExW(hive, path_, 0, kWatchAccess, key.put());
+}
+
 bool Watch::OpenKeys() {
-  platform::PathCchAppend(path_, platform::MAX_PATH, u"Software\\Corvane\\Lumenar");
-  if (const LSTATUS error =
-          platform::RegOpenKeyExW(platform::HKEY_CURRENT_USER, path_, 0, kWatchAccess, userKey_.put());
+  if (const LSTATUS error = OpenBelow(platform::HKEY_CURRENT_USER, u"Software\\Corvane\\Lumenar", userKey_);
       error != 0) {
     LogDirect("Failed to open root key under HKCU, err=0x%08x\n", error);
     return false;
   }
-  platform::PathCchAppend(path_, platform::MAX_PATH, u"URLRedirection");
-  if (const LSTATUS error =
-          platform::RegOpenKeyExW(platform::HKEY_LOCAL_MACHINE, path_, 0, kWatchAccess, localKey_.put());
-      error != 0) {
+  if (const LSTATUS error = OpenBelow(platform::HKEY_LOCAL_MACHINE, u"URLRedirection", localKey_); error != 0) {
     LogDirect("Failed to open root key under HKLM, err=0x%08x\n", error);
     return false;
   }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "platform/module.h"
 #include "platform/raii.h"
@@ -148,11 +149,16 @@ NTSTATUS ReadStringValue(NativeKeyHandle key, const char16_t* name, DWORD expect
   if (size == 0 || size > kLongestText) return platform::STATUS_INSUFFICIENT_RESOURCES;
 
   // One unit more than the bytes take, zeroed: the text ends also where the stored one has no NUL.
-  const std::size_t units = (size + 1) / 2 + 1;
-  const std::unique_ptr<char16_t[]> buffer(new (std::nothrow) char16_t[units]{});
-  if (!buffer) return platform::STATUS_INSUFFICIENT_RESOURCES;
-  const NTSTATUS status = QueryValue(key, name, &type, buffer.get(), &size);
-  if (status == platform::STATUS_SUCCESS) text->assign(buffer.get());
+  std::u16string buffer;
+  try {
+    buffer.resize((size + 1) / 2 + 1);
+  } catch (const std::bad_alloc&) {
+    return platform::STATUS_INSUFFICIENT_RESOURCES;
+  }
+  const NTSTATUS status = QueryValue(key, name, &type, buffer.data(), &size);
+  if (status != platform::STATUS_SUCCESS) return status;
+  buffer.resize(buffer.find(u'\0'));
+  *text = std::move(buffer);
   return status;
 }
 

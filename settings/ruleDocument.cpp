@@ -2,12 +2,12 @@
 
 #include <json/value.h>
 
+#include <algorithm>
 #include <optional>
 #include <utility>
 
 #include "launcher/debugLog.h"
 #include "platform/raii.h"
-#include "platform/text.h"
 #include "settings/redirectionSettings.h"
 #include "settings/registryPaths.h"
 #include "settings/textConversion.h"
@@ -20,6 +20,9 @@ using platform::NativeKeyHandle;
 
 constexpr const char* kOperation = "GetUrlRedirectionRules";
 constexpr const char* kVersion = "8.18.0";
+
+// The name of a member, which lives as long as the program: the document takes no copy of it.
+using Member = Json::StaticString;
 
 // The root whose subkeys are the schemes.
 struct Root {
@@ -74,13 +77,13 @@ std::optional<Json::Value> DescribeProtocol(bool fromCurrentUser, const char16_t
     return std::nullopt;
   }
   Json::Value description;
-  description["protocol"] = WStringToString(protocol);
-  description["brokerHostname"] = WStringToString(brokerHostname);
-  description["remoteItem"] = WStringToString(remoteItem);
+  description[Member("protocol")] = WStringToString(protocol);
+  description[Member("brokerHostname")] = WStringToString(brokerHostname);
+  description[Member("remoteItem")] = WStringToString(remoteItem);
   NormalizeRuleList(clientRules);
   NormalizeRuleList(agentRules);
-  description["clientRules"] = WStringToString(clientRules);
-  description["agentRules"] = WStringToString(agentRules);
+  description[Member("clientRules")] = WStringToString(clientRules);
+  description[Member("agentRules")] = WStringToString(agentRules);
   return description;
 }
 
@@ -125,12 +128,16 @@ std::string GetUrlRedirectionRules(BrowserType browser) {
 void NormalizeRuleList(std::u16string& rules) {
   std::u16string normalized;
   normalized.reserve(rules.size() + rules.size() / 8);
-  char16_t* context = nullptr;
-  for (const char16_t* rule = platform::wcstok_s(rules.data(), u";", &context); rule != nullptr;
-       rule = platform::wcstok_s(nullptr, u";", &context)) {
-    if (!normalized.empty()) normalized += u';';
-    if (*rule == u'*') normalized += u'.';
-    normalized += rule;
+  const auto isEnd = [](char16_t unit) { return unit == u';' || unit == u'\0'; };
+  auto rule = rules.cbegin();
+  while (rule != rules.cend() && *rule != u'\0') {
+    const auto end = std::find_if(rule, rules.cend(), isEnd);
+    if (rule != end) {
+      if (!normalized.empty()) normalized += u';';
+      if (*rule == u'*') normalized += u'.';
+      normalized.append(rule, end);
+    }
+    rule = end != rules.cend() && *end == u';' ? end + 1 : end;
   }
   rules = std::move(normalized);
 }

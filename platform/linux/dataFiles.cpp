@@ -60,6 +60,9 @@ class Listing final : public KernelObject {
   std::unique_ptr<DIR, CloseFolder> folder_;
 };
 
+// On the disk, or of what the user, or a file, may take of it.
+bool HasNoRoom(int hostError) { return hostError == ENOSPC || hostError == EDQUOT || hostError == EFBIG; }
+
 template <class Handle>
 Handle Fail(int hostError) noexcept {
   SetLastError(ErrorFromHost(hostError));
@@ -104,7 +107,7 @@ bool WriteFile(FileHandle handle, const void* data, DWORD size, DWORD* written, 
     const ssize_t count = write(file->Get(), static_cast<const char*>(data) + *written, size - *written);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) {
-      SetLastError(errno == ENOSPC || errno == EDQUOT ? ERROR_DISK_FULL : ErrorFromHost(errno));
+      SetLastError(HasNoRoom(errno) ? ERROR_DISK_FULL : ErrorFromHost(errno));
       return false;
     }
     *written += static_cast<DWORD>(count);

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/error.h"
+#include "platform/linux/hiveCount.h"
 #include "platform/linux/hiveFile.h"
 #include "platform/linux/hostError.h"
 #include "platform/linux/machine.h"
@@ -19,6 +20,11 @@ namespace {
 LSTATUS ErrorOfHost() { return static_cast<LSTATUS>(ErrorFromHost(errno)); }
 
 const char* FileNameOf(HiveId id) { return id == HiveId::User ? "/user.reg" : "/machine.reg"; }
+
+// The file on which the hive's writers hold their lock, and which counts them.
+Descriptor OpenLockFile(const std::string& hivePath) {
+  return Descriptor(open((hivePath + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+}
 
 bool Equal(const timespec& a, const timespec& b) { return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec; }
 
@@ -38,10 +44,11 @@ bool Untouched(const struct stat& before, const struct stat& now) {
 struct HiveCache {
   explicit HiveCache(HiveId hive) : id(hive) {}
 
-  [[nodiscard]] LSTATUS Refresh();
+  [[nodiscard]] LSTATUS Refresh(Asked asked);
+  [[nodiscard]] bool NobodyHasWritten() const noexcept;
   [[nodiscard]] bool IsCurrent() const;
   [[nodiscard]] LSTATUS Load();
-  [[nodiscard]] LSTATUS Store();
+  [[nodiscard]] LSTATUS Store(WriteCount& count);
   void Forget() noexcept;
 
   const HiveId id;
@@ -53,6 +60,8 @@ struct HiveCache {
   // a missing file.
   Descriptor file;
   struct stat status = {};
+  WriteCount writes;
+  std::uint64_t writesSeen = 0;  // Before the file was last asked.
   Key root;
   std::uint64_t revision = 1;
 };
@@ -75,8 +84,9 @@ void HiveCache::Forget() noexcept {
   ++revision;
 }
 
-// Makes the tree what the file says now.
-LSTATUS HiveCache::Refresh() {
+// Makes the tree what the file says now, as far as those who are asked know.
+LSTATUS HiveCache::Refresh(Asked asked) {
+  if (asked == Asked::Writers && NobodyHasWritten()) return ERROR_SUCCESS;
   std::string current = machine::DataFolder();
   if (current.empty()) return static_cast<LSTATUS>(GetLastError());
   current += FileNameOf(id);
@@ -84,9 +94,14 @@ LSTATUS HiveCache::Refresh() {
     Forget();
     path = std::move(current);
   }
+  writesSeen = writes.Now();
   if (IsCurrent()) return ERROR_SUCCESS;
   Forget();
   return Load();
+}
+
+bool HiveCache::NobodyHasWritten() const noexcept {
+  return valid && WriteCount::IsSettled(writesSeen) && writes.Now() == writesSeen;
 }
 
 bool HiveCache::IsCurrent() const {
@@ -97,6 +112,9 @@ bool HiveCache::IsCurrent() const {
 }
 
 LSTATUS HiveCache::Load() {
+  // Looked for each time: somebody may have cleared away the file that was there.
+  writes = WriteCount(OpenLockFile(path).get());
+  writesSeen = writes.Now();
   Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!opened && errno != ENOENT) return ErrorOfHost();
   if (opened) {
@@ -110,23 +128,25 @@ LSTATUS HiveCache::Load() {
   return ERROR_SUCCESS;
 }
 
-LSTATUS HiveCache::Store() {
+LSTATUS HiveCache::Store(WriteCount& count) {
   const std::string text = WriteRegText(id, root);
   const std::string temporary = path + ".new";
   // The lock is held, so that a file of this name is what a killed writer left.
   Descriptor written(open(temporary.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   struct stat asWritten = {};
-  if (!written || !WriteAll(written.get(), text) || fstat(written.get(), &asWritten) != 0 ||
-      std::rename(temporary.c_str(), path.c_str()) != 0) {
-    return ErrorOfHost();
-  }
+  if (!written || !WriteAll(written.get(), text) || fstat(written.get(), &asWritten) != 0) return ErrorOfHost();
+  count.BeginReplacing();
+  const bool replaced = std::rename(temporary.c_str(), path.c_str()) == 0;
+  writesSeen = count.EndReplacing();
+  if (!replaced) return ErrorOfHost();
   file = std::move(written);
   // Its new name is a change of its status; whoever has edited it since then must not go unnoticed.
   valid = fstat(file.get(), &status) == 0 && SameContent(asWritten, status);
   return ERROR_SUCCESS;
 }
 
-HiveReading::HiveReading(HiveId id) : cache_(CacheOf(id)), lock_(cache_.lock), error_(cache_.Refresh()) {}
+HiveReading::HiveReading(HiveId id, Asked asked)
+    : cache_(CacheOf(id)), lock_(cache_.lock), error_(cache_.Refresh(asked)) {}
 
 const Key& HiveReading::Root() const noexcept { return cache_.root; }
 
@@ -138,12 +158,11 @@ HiveWriting::HiveWriting(HiveId id) : cache_(CacheOf(id)), lock_(cache_.lock) {
     error_ = static_cast<LSTATUS>(GetLastError());
     return;
   }
-  const std::string lockPath = folder + FileNameOf(id) + ".lock";
   // Held by the open file: it goes with the process, however that ends.
-  Descriptor lockFile(open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  Descriptor lockFile = OpenLockFile(folder + FileNameOf(id));
   int locked = lockFile ? flock(lockFile.get(), LOCK_EX) : -1;
   while (locked != 0 && errno == EINTR) locked = flock(lockFile.get(), LOCK_EX);
-  error_ = locked == 0 ? cache_.Refresh() : ErrorOfHost();
+  error_ = locked == 0 ? cache_.Refresh(Asked::File) : ErrorOfHost();
   lockFile_ = std::move(lockFile);
 }
 
@@ -158,7 +177,8 @@ HiveWriting::~HiveWriting() {
 Key& HiveWriting::Root() noexcept { return cache_.root; }
 
 LSTATUS HiveWriting::Commit() {
-  const LSTATUS status = cache_.Store();
+  WriteCount count(lockFile_.get());
+  const LSTATUS status = cache_.Store(count);
   committed_ = status == ERROR_SUCCESS;
   return status;
 }

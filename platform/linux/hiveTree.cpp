@@ -27,11 +27,19 @@ const Key* Key::Find(std::u16string_view path) const noexcept {
   while (!path.empty()) {
     const std::u16string_view name = TakeName(path);
     if (name.empty()) break;
-    const auto found = key->subkeys_.find(name);
+    const auto found = key->FindSubkey(name);
     if (found == key->subkeys_.end()) return nullptr;
     key = found->second.get();
   }
   return key;
+}
+
+// Whoever lists the keys opens them one after the other, and each time walks down the same way to them.
+Key::Subkeys::const_iterator Key::FindSubkey(std::u16string_view name) const noexcept {
+  for (int tries = 0; tries < 2 && found_ != subkeys_.end(); ++tries, ++found_) {
+    if (SameName(found_->first, name)) return found_;
+  }
+  return found_ = subkeys_.find(name);
 }
 
 Key* Key::Find(std::u16string_view path) noexcept { return const_cast<Key*>(std::as_const(*this).Find(path)); }
@@ -71,12 +79,14 @@ bool Key::RemoveTree(std::u16string_view path) {
   const auto found = parent->subkeys_.find(name);
   if (found == parent->subkeys_.end()) return false;
   parent->order_.clear();
+  parent->found_ = parent->subkeys_.end();
   parent->subkeys_.erase(found);
   return true;
 }
 
 void Key::Clear() noexcept {
   order_.clear();
+  found_ = subkeys_.end();
   subkeys_.clear();
   values_.clear();
 }

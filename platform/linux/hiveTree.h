@@ -25,6 +25,10 @@ class Key {
   using Subkeys = std::map<std::u16string, std::unique_ptr<Key>, NameLess>;
   using Values = std::map<std::u16string, Value, NameLess>;
 
+  Key() = default;
+  Key(const Key&) = delete;
+  Key& operator=(const Key&) = delete;
+
   [[nodiscard]] const Subkeys& subkeys() const noexcept { return subkeys_; }
   [[nodiscard]] const Values& values() const noexcept { return values_; }
 
@@ -46,9 +50,12 @@ class Key {
 
  private:
   Key& Subkey(std::u16string_view name);
+  [[nodiscard]] Subkeys::const_iterator FindSubkey(std::u16string_view name) const noexcept;
 
   Subkeys subkeys_;
   Values values_;
+  // The subkey that was found last; behind the last one when there is none.
+  mutable Subkeys::const_iterator found_ = subkeys_.end();
   // The names in order, for access by index; empty when it must be made anew.
   mutable std::vector<const std::u16string*> order_;
 };

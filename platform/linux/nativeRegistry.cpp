@@ -98,13 +98,12 @@ NTSTATUS Deliver(const Value& value, void* information, DWORD length, DWORD* res
 NTSTATUS Query(NativeKeyHandle key, std::u16string_view name, void* information, DWORD length, DWORD* resultLength) {
   const auto opened = KeyOf(key);
   if (!opened) return STATUS_INVALID_HANDLE;
-  if (!opened->Grants(KEY_QUERY_VALUE)) return STATUS_ACCESS_DENIED;
-  const HiveReading hive(opened->Hive());
-  if (hive.Error() != ERROR_SUCCESS) return StatusOf(hive.Error());
-  const Key* const found = opened->In(hive);
-  if (found == nullptr) return STATUS_KEY_DELETED;
-  const Value* const value = found->FindValue(name);
-  return value != nullptr ? Deliver(*value, information, length, resultLength) : STATUS_OBJECT_NAME_NOT_FOUND;
+  NTSTATUS status = STATUS_OBJECT_NAME_NOT_FOUND;
+  const LSTATUS error = WithKey(*opened, KEY_QUERY_VALUE, [&](const Key& found) -> LSTATUS {
+    if (const Value* const value = found.FindValue(name)) status = Deliver(*value, information, length, resultLength);
+    return ERROR_SUCCESS;
+  });
+  return error == ERROR_SUCCESS ? status : StatusOf(error);
 }
 
 }  // namespace

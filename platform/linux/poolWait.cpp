@@ -34,7 +34,9 @@ bool ConsumeSignal(TP_WAIT& wait) noexcept { return wait.target->TryConsume(); }
 void Fired(TP_WAIT& wait, ArmedWaits::node_type entry, PoolLock lock) noexcept {
   wait.armed.reset();
   wait.entry = std::move(entry);
-  const auto target = std::move(wait.target);  // Goes when the lock has gone.
+  // Here, under the lock, which no object's end asks for: the callback may run, and be waited for, before Submit
+  // returns, and whoever has waited finds the object released.
+  wait.target.reset();
   Submit(wait, std::move(lock));
 }
 

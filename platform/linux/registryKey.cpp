@@ -50,7 +50,9 @@ std::shared_ptr<RegistryKey> KeyOf(HKEY key) {
 std::shared_ptr<RegistryKey> KeyOf(NativeKeyHandle key) { return handleTable::FindAs<RegistryKey>(key.value()); }
 
 std::u16string PathBelow(const RegistryKey& base, std::u16string_view subPath, REGSAM access) {
-  std::u16string path = base.Path();
+  std::u16string path;
+  path.reserve(base.Path().size() + subPath.size() + kView.size() + 2);
+  path = base.Path();
   if (LeadsToView(base, subPath, access)) {
     Append(path, TakeName(subPath));
     Append(path, kView);
@@ -70,24 +72,12 @@ LSTATUS CheckPath(std::u16string_view subPath) noexcept {
 LSTATUS OpenKey(const RegistryKey& base, std::u16string_view subPath, REGSAM access, const char* kind,
                 std::shared_ptr<RegistryKey>& opened) {
   if (const LSTATUS status = CheckPath(subPath)) return status;
-  std::u16string path = PathBelow(base, subPath, access);
-  const HiveReading hive(base.Hive());
+  auto key = std::make_shared<RegistryKey>(kind, base.Hive(), PathBelow(base, subPath, access), access);
+  const HiveReading hive(base.Hive(), Asked::File);
   if (hive.Error() != ERROR_SUCCESS) return hive.Error();
   if (base.In(hive) == nullptr) return ERROR_KEY_DELETED;
-  if (hive.Root().Find(path) == nullptr) return ERROR_FILE_NOT_FOUND;
-  opened = std::make_shared<RegistryKey>(kind, base.Hive(), std::move(path), access);
-  return ERROR_SUCCESS;
-}
-
-LSTATUS NameOfSubkey(const RegistryKey& key, DWORD index, std::u16string& name) {
-  if (!key.Grants(KEY_ENUMERATE_SUB_KEYS)) return ERROR_ACCESS_DENIED;
-  const HiveReading hive(key.Hive());
-  if (hive.Error() != ERROR_SUCCESS) return hive.Error();
-  const Key* const found = key.In(hive);
-  if (found == nullptr) return ERROR_KEY_DELETED;
-  const std::u16string* const subkey = found->SubkeyNameAt(index);
-  if (subkey == nullptr) return ERROR_NO_MORE_ITEMS;
-  name = *subkey;
+  if (key->In(hive) == nullptr) return ERROR_FILE_NOT_FOUND;
+  opened = std::move(key);
   return ERROR_SUCCESS;
 }
 

@@ -30,6 +30,8 @@ class RegistryKey final : public KernelObject {
   [[nodiscard]] HiveId Hive() const noexcept { return hive_; }
   [[nodiscard]] const std::u16string& Path() const noexcept { return path_; }
   [[nodiscard]] bool Grants(REGSAM access) const noexcept { return (access_ & access) == access; }
+  // An edit by another program is seen at the next open. The hive's root is open all the time, so that it cannot wait.
+  [[nodiscard]] Asked WhomToAsk() const noexcept { return path_.empty() ? Asked::File : Asked::Writers; }
 
   // The key in its hive; null when it was deleted. Found once for as long as the hive stays as it is.
   [[nodiscard]] const Key* In(const HiveReading& hive) const noexcept;
@@ -64,8 +66,16 @@ inline constexpr const char* kCurrentUserKind = "CurrentUserHive";
 // Opens a key below `base`. `opened` is null unless the result is ERROR_SUCCESS.
 [[nodiscard]] LSTATUS OpenKey(const RegistryKey& base, std::u16string_view subPath, REGSAM access, const char* kind,
                               std::shared_ptr<RegistryKey>& opened);
-// The name of the subkey at that place.
-[[nodiscard]] LSTATUS NameOfSubkey(const RegistryKey& key, DWORD index, std::u16string& name);
+
+// The result of `use` for the key as it stands in its hive, which keeps still meanwhile; or why there is none.
+template <class Use>
+[[nodiscard]] LSTATUS WithKey(const RegistryKey& key, REGSAM access, Use use) {
+  if (!key.Grants(access)) return ERROR_ACCESS_DENIED;
+  const HiveReading hive(key.Hive(), key.WhomToAsk());
+  if (hive.Error() != ERROR_SUCCESS) return hive.Error();
+  const Key* const found = key.In(hive);
+  return found != nullptr ? use(*found) : static_cast<LSTATUS>(ERROR_KEY_DELETED);
+}
 
 [[nodiscard]] inline std::u16string_view TextOrEmpty(const char16_t* text) noexcept {
   return text != nullptr ? std::u16string_view(text) : std::u16string_view();

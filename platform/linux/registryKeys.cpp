@@ -56,9 +56,10 @@ LSTATUS CopyName(const std::u16string& name, char16_t* buffer, DWORD units) {
 
 LSTATUS EnumKey(const std::shared_ptr<RegistryKey>& key, DWORD index, char16_t* buffer, DWORD units) {
   if (!key) return ERROR_INVALID_HANDLE;
-  std::u16string name;
-  if (const LSTATUS status = NameOfSubkey(*key, index, name)) return status;
-  return CopyName(name, buffer, units);
+  return WithKey(*key, KEY_ENUMERATE_SUB_KEYS, [&](const Key& found) {
+    const std::u16string* const name = found.SubkeyNameAt(index);
+    return name != nullptr ? CopyName(*name, buffer, units) : static_cast<LSTATUS>(ERROR_NO_MORE_ITEMS);
+  });
 }
 
 // An empty path empties the key itself, which then lives on.
@@ -130,13 +131,10 @@ LSTATUS RegQueryInfoKeyW(HKEY key, std::nullptr_t, std::nullptr_t, std::nullptr_
   return Win32Call("RegQueryInfoKeyW", [&]() -> LSTATUS {
     const auto opened = KeyOf(key);
     if (!opened) return ERROR_INVALID_HANDLE;
-    if (!opened->Grants(KEY_QUERY_VALUE)) return ERROR_ACCESS_DENIED;
-    const HiveReading hive(opened->Hive());
-    if (hive.Error() != ERROR_SUCCESS) return hive.Error();
-    const Key* const found = opened->In(hive);
-    if (found == nullptr) return ERROR_KEY_DELETED;
-    if (subKeyCount != nullptr) *subKeyCount = static_cast<DWORD>(found->subkeys().size());
-    return ERROR_SUCCESS;
+    return WithKey(*opened, KEY_QUERY_VALUE, [&](const Key& found) -> LSTATUS {
+      if (subKeyCount != nullptr) *subKeyCount = static_cast<DWORD>(found.subkeys().size());
+      return ERROR_SUCCESS;
+    });
   });
 }
 

@@ -86,7 +86,7 @@ class Watcher {
     const std::lock_guard lock(lock_);
     if (const LSTATUS error = WatchFolder(); error != ERROR_SUCCESS) return error;
     // Watched first and looked at then, so that no change falls in between.
-    const HiveReading reading(key->Hive());
+    const HiveReading reading(key->Hive(), Asked::File);
     if (reading.Error() != ERROR_SUCCESS) return reading.Error();
     const Digest now = DigestOf(*key, reading.Root(), watchSubtree);
     if (!now) return static_cast<LSTATUS>(ERROR_KEY_DELETED);
@@ -154,7 +154,7 @@ class Watcher {
       return key && key->Hive() == hive && registration.event;
     };
     if (std::ranges::none_of(registrations_, concerns)) return;
-    const HiveReading reading(hive);
+    const HiveReading reading(hive, Asked::File);
     if (reading.Error() != ERROR_SUCCESS) return;  // The next notice looks again.
     for (Registration& registration : registrations_) {
       if (!concerns(registration)) continue;

@@ -12,16 +12,13 @@ using namespace registry;
 
 using Bytes = std::vector<std::uint8_t>;
 
-LSTATUS ReadValue(const RegistryKey& key, std::u16string_view name, Value& value) {
-  if (!key.Grants(KEY_QUERY_VALUE)) return ERROR_ACCESS_DENIED;
-  const HiveReading hive(key.Hive());
-  if (hive.Error() != ERROR_SUCCESS) return hive.Error();
-  const Key* const found = key.In(hive);
-  if (found == nullptr) return ERROR_KEY_DELETED;
-  const Value* const stored = found->FindValue(name);
-  if (stored == nullptr) return ERROR_FILE_NOT_FOUND;
-  value = *stored;
-  return ERROR_SUCCESS;
+// The result of `use` for the value of that name; or why there is none.
+template <class Use>
+LSTATUS WithValue(const RegistryKey& key, std::u16string_view name, Use use) {
+  return WithKey(key, KEY_QUERY_VALUE, [&](const Key& found) {
+    const Value* const value = found.FindValue(name);
+    return value != nullptr ? use(*value) : static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND);
+  });
 }
 
 // Gives a value to the caller's out-parameters, each of which may be null.
@@ -79,7 +76,11 @@ LSTATUS GetValue(HKEY key, std::u16string_view subKey, std::u16string_view name,
     if (const LSTATUS status = OpenKey(*base, subKey, KEY_QUERY_VALUE, kRegistryKeyKind, opened)) return status;
   }
   Value value;
-  if (const LSTATUS status = ReadValue(*opened, name, value)) return status;
+  const auto copy = [&value](const Value& stored) -> LSTATUS {
+    value = stored;
+    return ERROR_SUCCESS;
+  };
+  if (const LSTATUS status = WithValue(*opened, name, copy)) return status;
   if (value.type == REG_EXPAND_SZ) Expand(value);
   if (value.type == REG_SZ) Terminate(value.data, 1);
   if (value.type == REG_MULTI_SZ) Terminate(value.data, 2);
@@ -109,9 +110,8 @@ LSTATUS RegQueryValueExW(HKEY key, const char16_t* valueName, DWORD* reserved, D
     if (reserved != nullptr || (data != nullptr && size == nullptr)) return ERROR_INVALID_PARAMETER;
     const auto opened = KeyOf(key);
     if (!opened) return ERROR_INVALID_HANDLE;
-    Value value;
-    if (const LSTATUS status = ReadValue(*opened, TextOrEmpty(valueName), value)) return status;
-    return Deliver(value, type, data, size);
+    return WithValue(*opened, TextOrEmpty(valueName),
+                     [&](const Value& value) { return Deliver(value, type, data, size); });
   });
 }
 

@@ -93,6 +93,25 @@ bool IsAscii(std::u16string_view text) {
   return (seen & 0xFF80FF80FF80FF80) == 0;
 }
 
+template <class Char>
+void Copy(std::basic_string_view<Char> text, Char* buffer) {
+  std::ranges::copy(text, buffer);
+}
+
+// One byte for each unit of a text that is ASCII. Four units at a time.
+void Copy(std::u16string_view text, char* bytes) {
+  constexpr std::size_t kStep = sizeof(std::uint64_t) / sizeof(char16_t);
+  std::size_t at = 0;
+  for (; at + kStep <= text.size(); at += kStep) {
+    std::uint64_t units = 0;
+    std::memcpy(&units, text.data() + at, sizeof units);
+    units = (units | units >> 8) & 0x0000FFFF0000FFFF;
+    const auto narrow = static_cast<std::uint32_t>(units | units >> 16);
+    std::memcpy(bytes + at, &narrow, sizeof narrow);
+  }
+  for (; at < text.size(); ++at) bytes[at] = static_cast<char>(text[at]);
+}
+
 int Fail(DWORD error) {
   SetLastError(error);
   return 0;
@@ -111,8 +130,7 @@ int Deliver(const Text& result, Char* buffer, int size) {
   if (result.size() > INT_MAX) return Fail(ERROR_INVALID_PARAMETER);
   if (size != 0) {
     const auto room = static_cast<std::size_t>(size);
-    std::transform(result.begin(), result.begin() + static_cast<std::ptrdiff_t>(std::min(result.size(), room)), buffer,
-                   [](auto unit) { return static_cast<Char>(unit); });
+    Copy(std::basic_string_view<typename Text::value_type>(result).substr(0, room), buffer);
     if (result.size() > room) return Fail(ERROR_INSUFFICIENT_BUFFER);
   }
   return static_cast<int>(result.size());

@@ -11,6 +11,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "platform/linux/descriptor.h"
 #include "platform/linux/machine.h"
 #include "platform/linux/registryImport.h"
 #include "platform/linux/testHooks.h"
@@ -370,6 +371,130 @@ TEST_F(HiveWriting, WritersThatAreKilledAnywhereLoseNothing) {
     writer.Wait();
     ASSERT_THAT(ValueOf(u"kept"), Is(REG_BINARY, Data(20000, 7)));
     support::SetNumber(Hive::User, kBase, u"own", static_cast<std::uint32_t>(i));
+  }
+}
+
+// ---- What an open key sees of others' writing ----
+
+std::string Numbered(int number) { return std::string(kHead) + "\"v\"=dword:0000000" + std::to_string(number) + "\n"; }
+
+class HiveSharing : public HiveFile {
+ protected:
+  // A hive that was written by way of the platform, so that its writes are counted, and the test's key in it.
+  HiveSharing() {
+    support::SetNumber(Hive::User, kBase, u"v", 1);
+    EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, kBase, 0, KEY_READ, key_.put()), 0);
+    EXPECT_EQ(Number(), 1U);
+  }
+
+  // Through the key that is open all the while.
+  [[nodiscard]] DWORD Number() const {
+    DWORD number = 0;
+    DWORD size = sizeof number;
+    EXPECT_EQ(RegQueryValueExW(key_.get(), u"v", nullptr, nullptr, &number, &size), 0);
+    return number;
+  }
+
+  UniqueKey key_;
+};
+
+CHILD_BODY(WritesEachNumberThatItHears) {
+  for (std::string line = support::Hear(); !line.empty(); line = support::Hear()) {
+    support::SetNumber(Hive::User, kBase, u"v", static_cast<std::uint32_t>(std::stoi(line)));
+    support::Say("written");
+  }
+  return 0;
+}
+
+TEST_F(HiveSharing, EachWriteOfAnotherProcessIsSeenAtOnce) {
+  support::Process writer = support::StartChild("WritesEachNumberThatItHears");
+  for (DWORD number = 2; number < 200; ++number) {
+    writer.Say(std::to_string(number));
+    ASSERT_EQ(writer.Hear(), "written");
+    ASSERT_EQ(Number(), number);
+  }
+  EXPECT_EQ(writer.Wait(), 0);
+}
+
+TEST_F(HiveSharing, AnEditByAnotherProgramIsSeenFromTheNextOpenOn) {
+  WriteFile("user.reg", Numbered(2));
+  EXPECT_THAT(ValueOf(u"v"), Is(REG_DWORD, {2, 0, 0, 0}));
+  EXPECT_EQ(Number(), 2U);
+}
+
+TEST_F(HiveSharing, AnEditByAnotherProgramIsSeenAtOnceInTheRoot) {
+  const auto count = [] {
+    DWORD subkeys = 0;
+    EXPECT_EQ(RegQueryInfoKeyW(HKEY_CURRENT_USER, nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, nullptr,
+                               nullptr, nullptr, nullptr, nullptr),
+              0);
+    return subkeys;
+  };
+  EXPECT_EQ(count(), 1U);
+  WriteFile("user.reg", std::string(kHead) + "[HKEY_CURRENT_USER\\Second]\n");
+  EXPECT_EQ(count(), 2U);
+}
+
+TEST_F(HiveSharing, AnEditByAnotherProgramIsTakenInByTheNextWrite) {
+  WriteFile("user.reg", Numbered(2) + "\"edited\"=dword:00000001\n");
+  support::SetNumber(Hive::User, kBase, u"own", 1);
+  EXPECT_EQ(Number(), 2U);
+  EXPECT_THAT(ValueOf(u"edited"), Is(REG_DWORD, {1, 0, 0, 0}));
+}
+
+// The count of writes, which stands at the begin of the lock's file.
+class CountedWrites {
+ public:
+  [[nodiscard]] std::uint64_t Get() const {
+    std::uint64_t count = 0;
+    EXPECT_EQ(pread(file_.get(), &count, sizeof count, 0), static_cast<ssize_t>(sizeof count));
+    return count;
+  }
+  void Set(std::uint64_t count) const {
+    EXPECT_EQ(pwrite(file_.get(), &count, sizeof count, 0), static_cast<ssize_t>(sizeof count));
+  }
+
+ private:
+  Descriptor file_{open(PathOf("user.reg.lock").c_str(), O_RDWR | O_CLOEXEC)};
+};
+
+TEST_F(HiveSharing, WhatAWriterWroteThatDiedBeforeItSaidSoIsSeenAtOnce) {
+  const CountedWrites writes;
+  const std::uint64_t count = writes.Get();
+  ASSERT_EQ(count % 2, 0U);
+  writes.Set(count + 1);
+  for (const int number : {2, 3}) {
+    WriteFile("user.reg", Numbered(number));
+    EXPECT_EQ(Number(), static_cast<DWORD>(number));
+  }
+  support::SetNumber(Hive::User, kBase, u"own", 1);
+  EXPECT_EQ(writes.Get(), count + 2);
+  EXPECT_EQ(Number(), 3U);
+}
+
+TEST_F(HiveSharing, WritesAreSeenFromTheNextOpenOnWhenTheirCountWasTakenAway) {
+  ASSERT_EQ(unlink(PathOf("user.reg.lock").c_str()), 0);
+  support::Process writer = support::StartChild("WritesEachNumberThatItHears");
+  for (const DWORD number : {2U, 3U, 4U}) {
+    writer.Say(std::to_string(number));
+    ASSERT_EQ(writer.Hear(), "written");
+    // The first open finds the new count as well.
+    if (number == 2) {
+      EXPECT_THAT(ValueOf(u"v"), Is(REG_DWORD, {2, 0, 0, 0}));
+    }
+    EXPECT_EQ(Number(), number);
+  }
+  EXPECT_EQ(writer.Wait(), 0);
+}
+
+TEST_F(HiveSharing, WithoutACountEveryEditIsSeenAtOnce) {
+  ASSERT_EQ(unlink(PathOf("user.reg.lock").c_str()), 0);
+  ASSERT_EQ(mkdir(PathOf("user.reg.lock").c_str(), 0700), 0);
+  WriteFile("user.reg", Numbered(2));
+  EXPECT_THAT(ValueOf(u"v"), Is(REG_DWORD, {2, 0, 0, 0}));
+  for (const int number : {3, 4}) {
+    WriteFile("user.reg", Numbered(number));
+    EXPECT_EQ(Number(), static_cast<DWORD>(number));
   }
 }
 

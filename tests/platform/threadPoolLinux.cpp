@@ -53,7 +53,7 @@ TEST(ThreadPoolOnLinux, KeepsNoMoreThreadsThanThereAreProcessors) {
     const UniqueWork work = NewWork(block, &environment);
     for (int i = 0; i < kBlocked; ++i) SubmitThreadpoolWork(work.get());
     while (blocked < kBlocked) std::this_thread::yield();
-    EXPECT_GE(Threads(), ofOthers + kBlocked);
+    EXPECT_GE(Threads(), 1 + kBlocked);  // Threads of earlier tests may have ended meanwhile.
     open.Set();
     WaitForThreadpoolWorkCallbacks(work.get(), false);
     // They end by themselves; how soon is the host's affair.

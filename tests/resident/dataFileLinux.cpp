@@ -1,9 +1,16 @@
-// Data files when the system fails in the middle.
-#include <sys/mount.h>
+// Data files when the system fails in the middle, or does not let them be written.
+#include <linux/capability.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <csignal>
 
 #include "browser/dataFile.h"
+#include "browser/extensionData.h"
 #include "platform/error.h"
 #include "platform/linux/testHooks.h"
+#include "settings/ruleDocument.h"
 #include "tests/resident/residentTest.h"
 
 namespace resident {
@@ -12,33 +19,44 @@ namespace {
 using testing::ElementsAre;
 using DataFileFaults = ResidentTest;
 
-// A disk of 16 KiB in the place of a folder.
-class SmallDisk {
+// While one lives, no file of this process grows beyond 16 KiB: a write takes what fits, and the next one nothing, as
+// on a disk that is full.
+class LittleRoom {
  public:
-  explicit SmallDisk(const std::filesystem::path& folder, unsigned long flags = 0)
-      : folder_(folder), mounted_(mount("tmpfs", folder.c_str(), "tmpfs", flags, "size=16k") == 0) {}
-  SmallDisk(const SmallDisk&) = delete;
-  SmallDisk& operator=(const SmallDisk&) = delete;
-  ~SmallDisk() {
-    if (mounted_) umount2(folder_.c_str(), MNT_DETACH);
+  LittleRoom() : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit little{.rlim_cur = 16'384, .rlim_max = before_.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
   }
-  explicit operator bool() const { return mounted_; }
+  LittleRoom(const LittleRoom&) = delete;
+  LittleRoom& operator=(const LittleRoom&) = delete;
+  ~LittleRoom() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    static_cast<void>(std::signal(SIGXFSZ, handler_));
+  }
 
  private:
-  std::filesystem::path folder_;
-  bool mounted_;
+  rlimit before_{};
+  void (*handler_)(int);
 };
 
-TEST_F(DataFileFaults, AVersionThatVanishesBeforeItsTurnIsLogged) {
-  const std::u16string folder = machine.Folder() + u"ext";
-  MakeFolder(folder + u"\\1");
-  std::vector<std::u16string> versions;
-  browser::ListExtensionVersionDirs(versions, folder);
-  ASSERT_THAT(versions, ElementsAre(u"1"));
-  std::filesystem::remove_all(machine.HostPath(folder + u"\\1"));
-  EXPECT_FALSE(browser::WriteDataFile("doc", browser::DataFileIn(folder + u"\\1")));
-  EXPECT_THAT(log.Texts(), ElementsAre("Failed to create C:\\test\\ext\\1\\data.json, error=0x00000003\n"));
-}
+// While one lives, this thread is held to the rights of a file also when it belongs to a superuser.
+class HeldToRights {
+ public:
+  HeldToRights() {
+    EXPECT_EQ(syscall(SYS_capget, &header_, before_), 0);
+    __user_cap_data_struct held[] = {before_[0], before_[1]};
+    held[0].effective &= ~(1U << CAP_DAC_OVERRIDE);
+    EXPECT_EQ(syscall(SYS_capset, &header_, held), 0);
+  }
+  HeldToRights(const HeldToRights&) = delete;
+  HeldToRights& operator=(const HeldToRights&) = delete;
+  ~HeldToRights() { EXPECT_EQ(syscall(SYS_capset, &header_, before_), 0); }
+
+ private:
+  __user_cap_header_struct header_{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+  __user_cap_data_struct before_[2]{};
+};
 
 TEST_F(DataFileFaults, AWriteThatFailsLeavesTheFileEmptyAndIsLogged) {
   const std::u16string file = machine.Folder() + u"data.json";
@@ -56,24 +74,31 @@ TEST_F(DataFileFaults, AVersionThatIsReadOnlyIsLoggedAndTheOthersAreWritten) {
   const std::u16string folder = machine.Folder() + u"ext";
   MakeFolder(folder + u"\\1");
   MakeFolder(folder + u"\\2");
-  const SmallDisk disk(machine.HostPath(folder + u"\\1"), MS_RDONLY);
-  if (!disk) GTEST_SKIP() << "this user may not mount a small disk";
-  EXPECT_TRUE(browser::WriteChromiumDataFiles(folder, "doc"));
+  const std::filesystem::path readOnly = machine.HostPath(folder + u"\\1");
+  std::filesystem::permissions(readOnly, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+  {
+    const HeldToRights held;
+    EXPECT_TRUE(browser::WriteChromiumDataFiles(folder, "doc"));
+  }
+  std::filesystem::permissions(readOnly, std::filesystem::perms::owner_all);
   EXPECT_EQ(Content(folder + u"\\1\\data.json"), std::nullopt);
   EXPECT_EQ(Content(folder + u"\\2\\data.json"), "doc");
   EXPECT_THAT(log.Texts(), ElementsAre("Failed to create C:\\test\\ext\\1\\data.json, error=0x00000005\n"));
 }
 
-TEST_F(DataFileFaults, OnAFullDiskIsCutShortAndTheNextWriteHealsIt) {
-  const std::u16string folder = machine.Folder() + u"small";
-  const std::u16string file = folder + u"\\data.json";
-  MakeFolder(folder);
-  const SmallDisk disk(machine.HostPath(folder));
-  if (!disk) GTEST_SKIP() << "this user may not mount a small disk";
-  EXPECT_FALSE(browser::WriteDataFile(std::string(100000, 'x'), file));
-  EXPECT_THAT(log.Texts(), ElementsAre("Failed to write to C:\\test\\small\\data.json, error=0x00000070\n"));
-  EXPECT_TRUE(browser::WriteDataFile("small", file));
-  EXPECT_EQ(Content(file), "small");
+TEST_F(DataFileFaults, OnAFullDiskIsCutShortAndTheNextRefreshHealsIt) {
+  MakeMachine(u"Agent");
+  support::SetText(Hive::Machine, kRoot + u"\\http", u"rules", std::u16string(100'000, u'r'));
+  const std::u16string file = ChromeFolder() + u"\\1\\data.json";
+  MakeFolder(ChromeFolder() + u"\\1");
+  {
+    const LittleRoom room;
+    EXPECT_FALSE(browser::WriteExtensionData(browser::BrowserType::Chrome));
+  }
+  EXPECT_THAT(log.Texts(), ElementsAre("Failed to write to " + support::Narrow(file) + ", error=0x00000070\n"));
+  EXPECT_EQ(Content(file).value_or("").size(), 16'384U);
+  EXPECT_TRUE(browser::WriteExtensionData(browser::BrowserType::Chrome));
+  EXPECT_EQ(Content(file), settings::GetUrlRedirectionRules(browser::BrowserType::Chrome));
 }
 
 }  // namespace

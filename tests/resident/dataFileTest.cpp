@@ -146,6 +146,17 @@ TEST_F(DataFile, ThatIsReadOnlyKeepsItsContentAndTheOtherVersionsAreWritten) {
   std::filesystem::permissions(onDisk, std::filesystem::perms::owner_all);
 }
 
+TEST_F(DataFile, AVersionThatVanishesBeforeItsTurnIsLogged) {
+  MakeFolder(folder + u"\\1");
+  std::vector<std::u16string> versions;
+  browser::ListExtensionVersionDirs(versions, folder);
+  ASSERT_THAT(versions, ElementsAre(u"1"));
+  std::filesystem::remove_all(machine.HostPath(folder + u"\\1"));
+  EXPECT_FALSE(browser::WriteDataFile("doc", browser::DataFileIn(folder + u"\\1")));
+  EXPECT_THAT(log.Texts(),
+              ElementsAre("Failed to create " + support::Narrow(folder) + "\\1\\data.json, error=0x00000003\n"));
+}
+
 TEST_F(DataFile, InNoVersionAtAllIsAFailure) {
   EXPECT_FALSE(browser::WriteChromiumDataFiles(folder, "doc"));
   EXPECT_THAT(log.Texts(), IsEmpty());

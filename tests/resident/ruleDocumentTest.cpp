@@ -291,6 +291,11 @@ TEST(RuleList, LosesEmptyElements) {
   EXPECT_EQ(Normalized(u";;;;"), u"");
 }
 
+TEST(RuleList, EndsAtANul) {
+  EXPECT_EQ(Normalized(std::u16string(u"*a;b\0c;d", 8)), u".*a;b");
+  EXPECT_EQ(Normalized(std::u16string(u"\0a", 2)), u"");
+}
+
 TEST(RuleList, KeepsEverythingElseAsItIs) { EXPECT_EQ(Normalized(u" *a ; (;[\\\xD800"), u" *a ; (;[\\\xD800"); }
 
 }  // namespace

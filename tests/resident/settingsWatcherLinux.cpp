@@ -1,7 +1,10 @@
-// The settings watcher when a key is deleted that it watches. Windows signals that, and so does this platform; Wine 8
-// does not, and the watcher would wait there for good.
+// The settings watcher when a key is deleted that it watches: Windows signals that, and so does this platform; Wine 8
+// does not, and the watcher would wait there for good. And when the system cannot make the path of a key.
 #include <filesystem>
+#include <utility>
 
+#include "platform/error.h"
+#include "platform/linux/testHooks.h"
 #include "tests/resident/settingsWatcherTest.h"
 
 namespace resident {
@@ -12,6 +15,14 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::StartsWith;
+
+// Which of the calls that can fail, from 1 on, is the `number`-th of that name; 0 when none is.
+unsigned PlaceOf(const std::vector<std::string>& calls, const std::string& name, int number) {
+  for (unsigned i = 0; i < calls.size(); ++i) {
+    if (calls[i] == name && --number == 0) return i + 1;
+  }
+  return 0;
+}
 
 // A key that is deleted before the watcher has come back to watching it cannot be watched any more: that ends the
 // watcher without a withdrawal, as it should, and here there is another try.
@@ -34,13 +45,40 @@ TEST_F(SettingsWatcher, WithoutTheMachinesKeyWithdrawsAndLogsWhatIsNotThere) {
 TEST_F(SettingsWatcher, GoesOnWithTheMachinesSideWhenTheUsersKeyIsDeleted) {
   MakeSettings();
   StartAndChange(Hive::Machine);
-  seen.clear();
   support::DeleteKey(Hive::User, u"Software\\Corvane");
-  Await(platform::WM_USER);
+  // An order may be left of an earlier change: so one change follows the other until the deletion was seen.
+  while (log.Content().find("RegNotifyChangeKeyValue failed") == std::string::npos) {
+    seen.clear();
+    support::SetNumber(Hive::Machine, kRoot, u"Change", ++changes_);
+    Await(platform::WM_USER);
+  }
   DeleteOrigin();
   Await(platform::WM_DESTROY);
   Join();
   EXPECT_THAT(log.Texts(), Contains(AllOf(StartsWith("RegNotifyChangeKeyValue failed for "), EndsWith("\n"))));
+}
+
+// A path that stopped short would lead to the key above it, and the withdrawal would delete that.
+TEST_F(SettingsWatcher, WhosePathCannotBeMadeEndsAndSaysSo) {
+  MakeSettings();
+  // On this thread, so that no other's calls are counted. Once ahead of the count: the first use of a service has calls
+  // of its own.
+  for (int i = 0; i < 2; ++i) {
+    platform::SetEvent(launcher::ShutdownEvent);
+    platform::test::ArmFaults(0, false, 0);
+    launcher::SettingsWatcherThread(nullptr);
+  }
+  const std::vector<std::string> calls = platform::test::CountedCalls();
+  for (const auto& [place, hive] : {std::pair(1, "HKCU"), std::pair(2, "HKLM")}) {
+    const unsigned call = PlaceOf(calls, "PathCchAppend", place);
+    ASSERT_NE(call, 0U);
+    log.RemoveFolder();
+    std::filesystem::create_directories(log.Folder());
+    platform::test::ArmFaults(call, false, platform::ERROR_NOT_ENOUGH_MEMORY);
+    launcher::SettingsWatcherThread(nullptr);
+    platform::test::DisarmFaults();
+    EXPECT_THAT(log.Texts(), ElementsAre(std::string("Failed to open root key under ") + hive + ", err=0x8007007a\n"));
+  }
 }
 
 }  // namespace

@@ -90,6 +90,17 @@ TEST_F(SettingsWatcher, WithoutTheOriginWithdrawsEverythingOfTheUsersAndEnds) {
   EXPECT_EQ(std::ranges::count(seen, platform::WM_DESTROY), 1);
 }
 
+// What it orders then is the system's own (settingsWatcherLinux.cpp), but it ends when it is told to.
+TEST_F(SettingsWatcher, WhoseKeysAreDeletedMeanwhileEndsAllTheSame) {
+  MakeSettings();
+  StartAndChange(Hive::User);
+  support::DeleteKey(Hive::User, u"Software\\Corvane");
+  support::DeleteKey(Hive::Machine, u"Software\\Corvane");
+  Shutdown();
+  EXPECT_FALSE(KeyExists(Hive::User, kUserKey));
+  EXPECT_FALSE(KeyExists(Hive::Machine, kRoot));
+}
+
 TEST_F(SettingsWatcher, ABurstOfChangesEndsWithARefreshThatSeesTheLast) {
   MakeSettings();
   StartAndChange(Hive::Machine);
