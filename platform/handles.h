@@ -92,6 +92,31 @@ using ThreadStart = DWORD (*)(void* parameter);
 [[nodiscard]] DWORD GetCurrentThreadId() noexcept;
 [[nodiscard]] ThreadHandle GetCurrentThread() noexcept;
 
+inline constexpr DWORD THREAD_SET_LIMITED_INFORMATION = 1024;
+// A handle to a running thread that CreateThread started in this process, good for SetThreadDescription. Null with
+// ERROR_INVALID_PARAMETER when there is none with that id.
+[[nodiscard]] ThreadHandle OpenThread(DWORD access, OnlyFalse inheritHandle, DWORD threadId) noexcept;
+
+inline constexpr DWORD DUPLICATE_SAME_ACCESS = 2;
+// A handle value that means this process; it needs no close.
+[[nodiscard]] ProcessHandle GetCurrentProcess() noexcept;
+// A second handle to the thread, for the caller to close; that of GetCurrentThread becomes one that means the thread
+// for all. Both processes are this one, `options` is DUPLICATE_SAME_ACCESS.
+bool DuplicateHandle(ProcessHandle sourceProcess, ThreadHandle thread, ProcessHandle targetProcess,
+                     ThreadHandle* duplicate, DWORD access, OnlyFalse inheritHandle, DWORD options) noexcept;
+
+// By this exception debuggers learn a thread's name; whether one looks on or not, the thread goes on behind the call.
+// No other is supported. `arguments` are the words of a THREADNAME_INFO.
+inline constexpr DWORD MS_VC_EXCEPTION = 0x406D1388;
+struct THREADNAME_INFO {
+  DWORD dwType = 0x1000;
+  const char* szName = nullptr;
+  DWORD dwThreadID = 0xFFFFFFFF;  // The caller's.
+  DWORD dwFlags = 0;
+};
+static_assert(sizeof(THREADNAME_INFO) == 3 * sizeof(std::uintptr_t));
+void RaiseException(DWORD code, DWORD flags, DWORD count, const std::uintptr_t* arguments) noexcept;
+
 // WAIT_OBJECT_0, WAIT_TIMEOUT or WAIT_FAILED. A thread and a process are signalled once they have ended.
 DWORD WaitForSingleObject(WaitableHandle handle, DWORD milliseconds) noexcept;
 // WAIT_OBJECT_0 plus the lowest index that is signalled, WAIT_TIMEOUT or WAIT_FAILED. `count` is 1 to 64.

@@ -20,6 +20,7 @@ struct Faults {
   bool persistent = false;
   DWORD error = ERROR_SUCCESS;
   std::string spared;
+  std::string only;  // When not empty, the one name that fails.
   std::vector<std::string> calls;
 };
 
@@ -39,6 +40,7 @@ void Arm(Faults& faults, unsigned failAt, bool persistent, DWORD error) {
   faults.persistent = persistent;
   faults.error = error;
   faults.spared.clear();
+  faults.only.clear();
   faults.calls.clear();
   faults.armed = true;
 }
@@ -84,7 +86,8 @@ bool FaultInjected(const char* call) noexcept {
   const std::lock_guard guard(faults.lock);
   const std::size_t number = faults.calls.size() + 1;
   const bool due = number == faults.failAt || (faults.persistent && number > faults.failAt);
-  const bool fails = faults.failAt != 0 && due && faults.spared != call;
+  const bool meant = faults.only.empty() ? faults.spared != call : faults.only == call;
+  const bool fails = faults.failAt != 0 && due && meant;
   faults.calls.push_back((fails ? "!" : "") + std::string(call));
   if (fails) SetLastError(faults.error);
   return fails;
@@ -99,6 +102,13 @@ std::optional<SYSTEMTIME> TimeSetByTest() noexcept {
 namespace test {
 
 void ArmFaults(unsigned failAt, bool persistent, DWORD error) { Arm(TheFaults(), failAt, persistent, error); }
+
+void ArmFaultsOf(const std::string& call, DWORD error) {
+  Faults& faults = TheFaults();
+  Arm(faults, 1, true, error);
+  const std::lock_guard guard(faults.lock);
+  faults.only = call;
+}
 
 void DisarmFaults() { TheFaults().armed = false; }
 

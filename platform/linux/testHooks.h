@@ -14,6 +14,8 @@ namespace platform::test {
 // From now on calls that can fail are counted, starting at 1. Call `failAt` fails with `error`, and, when `persistent`,
 // every call behind it too. 0 only counts.
 void ArmFaults(unsigned failAt, bool persistent, DWORD error);
+// From now on each call of that name fails with `error`, and no other.
+void ArmFaultsOf(const std::string& call, DWORD error);
 void DisarmFaults();
 // The names of the calls counted since ArmFaults, in order; the faulted ones bear a "!" in front.
 [[nodiscard]] std::vector<std::string> CountedCalls();

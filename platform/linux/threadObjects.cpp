@@ -1,6 +1,11 @@
 #include "platform/linux/threadObjects.h"
 
+#include <fcntl.h>
+
+#include <algorithm>
 #include <new>
+#include <string>
+#include <vector>
 
 #include "platform/error.h"
 
@@ -20,6 +25,17 @@ struct EndSignal {
 };
 thread_local EndSignal endSignal;
 
+// The threads that run and have an object. Never destroyed: threads may end last.
+struct Running {
+  std::mutex lock;
+  std::vector<std::weak_ptr<Thread>> threads;
+};
+
+Running& TheRunning() {
+  static Running& running = *new Running;
+  return running;
+}
+
 }  // namespace
 
 std::shared_ptr<Thread> Thread::Create() noexcept try {
@@ -32,11 +48,47 @@ std::shared_ptr<Thread> Thread::Create() noexcept try {
   return nullptr;
 }
 
-void Thread::Begin(std::shared_ptr<Thread> thread) noexcept { endSignal.thread = std::move(thread); }
+void Thread::Begin(std::shared_ptr<Thread> thread) noexcept {
+  Running& running = TheRunning();
+  {
+    const std::lock_guard guard(running.lock);
+    std::erase_if(running.threads, [](const auto& other) { return other.expired(); });
+    running.threads.push_back(thread);
+  }
+  const std::lock_guard guard(thread->lock_);
+  thread->id_ = GetCurrentThreadId();
+  endSignal.thread = std::move(thread);
+}
 
 std::shared_ptr<Thread> Thread::Current() noexcept {
-  if (!endSignal.thread) endSignal.thread = Create();
+  if (!endSignal.thread) {
+    if (auto created = Create()) Begin(std::move(created));
+  }
   return endSignal.thread;
+}
+
+std::shared_ptr<Thread> Thread::OfId(DWORD id) {
+  Running& running = TheRunning();
+  const std::lock_guard guard(running.lock);
+  for (const auto& weak : running.threads) {
+    auto thread = weak.lock();
+    if (!thread) continue;
+    const std::lock_guard guardOfThread(thread->lock_);
+    if (thread->id_ == id) return thread;
+  }
+  return nullptr;
+}
+
+bool Thread::SetName(std::string_view name) noexcept try {
+  constexpr std::size_t kLongestName = 15;
+  const std::lock_guard guard(lock_);  // Until the end of the call the id stays this thread's.
+  if (id_ == 0) return false;
+  name = name.substr(0, kLongestName);
+  const std::string path = "/proc/self/task/" + std::to_string(id_) + "/comm";
+  const Descriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  return file && write(file.get(), name.data(), name.size()) == static_cast<ssize_t>(name.size());
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 const std::shared_ptr<Thread>& Thread::CurrentIfAny() noexcept { return endSignal.thread; }
@@ -71,6 +123,7 @@ void Thread::End() noexcept {
   {
     const std::lock_guard guard(lock_);
     takesCalls_ = false;
+    id_ = 0;
     calls_.clear();
   }
   ended_->Set();

@@ -4,6 +4,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <string_view>
 
 #include "platform/linux/events.h"
 
@@ -20,6 +21,8 @@ class Thread final : public WaitableObject {
   [[nodiscard]] static std::shared_ptr<Thread> Current() noexcept;
   // The same, when somebody has asked for it before: nobody else can have queued a call to it.
   [[nodiscard]] static const std::shared_ptr<Thread>& CurrentIfAny() noexcept;
+  // The running thread of that id; null when there is none that has an object.
+  [[nodiscard]] static std::shared_ptr<Thread> OfId(DWORD id);
   // Makes the object that of the calling thread, which has none yet.
   static void Begin(std::shared_ptr<Thread> thread) noexcept;
 
@@ -34,6 +37,9 @@ class Thread final : public WaitableObject {
   // Readable when a call may be queued.
   [[nodiscard]] int CallDescriptor() const noexcept { return called_->PollDescriptor(); }
 
+  // What the host's tools show, cut to what the host takes. False once the thread has ended.
+  bool SetName(std::string_view name) noexcept;
+
   // The thread is about to end.
   void End() noexcept;
 
@@ -47,6 +53,7 @@ class Thread final : public WaitableObject {
   const std::shared_ptr<Event> called_;  // Manual-reset.
   std::mutex lock_;                      // Guards what follows.
   std::deque<Call> calls_;
+  DWORD id_ = 0;  // While the thread runs.
   bool takesCalls_ = true;
 };
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <condition_variable>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -53,6 +54,8 @@ void* RunThread(void* start) {
   static_cast<Start*>(start)->Run();
   return nullptr;
 }
+
+constexpr ProcessHandle kCurrentProcess{static_cast<std::uintptr_t>(-1)};
 
 class Attributes {
  public:
@@ -108,6 +111,47 @@ DWORD GetCurrentThreadId() noexcept {
 }
 
 ThreadHandle GetCurrentThread() noexcept { return kCurrentThread; }
+
+ThreadHandle OpenThread(DWORD access, OnlyFalse, DWORD threadId) noexcept try {
+  if (FaultInjected("OpenThread")) return {};
+  auto thread = access == THREAD_SET_LIMITED_INFORMATION && threadId != 0 ? Thread::OfId(threadId) : nullptr;
+  if (!thread) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return {};
+  }
+  return ThreadHandle(handleTable::Add(std::move(thread)));
+} catch (const std::bad_alloc&) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return {};
+}
+
+ProcessHandle GetCurrentProcess() noexcept { return kCurrentProcess; }
+
+bool DuplicateHandle(ProcessHandle sourceProcess, ThreadHandle handle, ProcessHandle targetProcess,
+                     ThreadHandle* duplicate, DWORD, OnlyFalse, DWORD options) noexcept {
+  if (FaultInjected("DuplicateHandle")) return false;
+  if (sourceProcess != kCurrentProcess || targetProcess != kCurrentProcess || options != DUPLICATE_SAME_ACCESS) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return false;
+  }
+  auto thread = FindThread(handle);
+  if (!thread) return false;
+  const ThreadHandle added(handleTable::Add(std::move(thread)));
+  if (added) *duplicate = added;
+  return static_cast<bool>(added);
+}
+
+// Without a debugger's eyes there is but the name to set.
+void RaiseException(DWORD code, DWORD, DWORD count, const std::uintptr_t* arguments) noexcept try {
+  if (code != MS_VC_EXCEPTION || count * sizeof *arguments != sizeof(THREADNAME_INFO)) return;
+  THREADNAME_INFO information;
+  std::memcpy(static_cast<void*>(&information), arguments, sizeof information);
+  const bool ofCaller = information.dwThreadID == static_cast<DWORD>(-1);
+  const auto thread = ofCaller ? Thread::Current() : Thread::OfId(information.dwThreadID);
+  if (thread && information.szName != nullptr) thread->SetName(information.szName);
+} catch (const std::bad_alloc&) {
+  // The thread keeps its name.
+}
 
 bool QueueUserAPC(PAPCFUNC function, ThreadHandle handle, std::uintptr_t parameter) noexcept try {
   if (FaultInjected("QueueUserAPC")) return false;

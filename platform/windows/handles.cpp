@@ -16,6 +16,11 @@ Handle Ours(::HANDLE handle) {
   return Handle(reinterpret_cast<std::uintptr_t>(handle));
 }
 
+::LONG CALLBACK GoOnBehindAName(::EXCEPTION_POINTERS* exception) {
+  return exception->ExceptionRecord->ExceptionCode == MS_VC_EXCEPTION ? EXCEPTION_CONTINUE_EXECUTION
+                                                                      : EXCEPTION_CONTINUE_SEARCH;
+}
+
 }  // namespace
 
 bool CloseHandle(KernelHandle handle) noexcept { return ::CloseHandle(Native(handle)) != 0; }
@@ -60,6 +65,29 @@ ThreadHandle CreateThread(std::nullptr_t, std::size_t stackSize, ThreadStart sta
 DWORD GetCurrentThreadId() noexcept { return ::GetCurrentThreadId(); }
 
 ThreadHandle GetCurrentThread() noexcept { return Ours<ThreadHandle>(::GetCurrentThread()); }
+
+ThreadHandle OpenThread(DWORD access, OnlyFalse, DWORD threadId) noexcept {
+  return Ours<ThreadHandle>(::OpenThread(access, FALSE, threadId));
+}
+
+ProcessHandle GetCurrentProcess() noexcept { return Ours<ProcessHandle>(::GetCurrentProcess()); }
+
+bool DuplicateHandle(ProcessHandle sourceProcess, ThreadHandle thread, ProcessHandle targetProcess,
+                     ThreadHandle* duplicate, DWORD access, OnlyFalse, DWORD options) noexcept {
+  ::HANDLE native = nullptr;
+  const bool done = ::DuplicateHandle(Native(sourceProcess), Native(thread), Native(targetProcess), &native, access,
+                                      FALSE, options) != 0;
+  if (done) *duplicate = Ours<ThreadHandle>(native);
+  return done;
+}
+
+// A debugger has had its look when the handler is asked.
+void RaiseException(DWORD code, DWORD flags, DWORD count, const std::uintptr_t* arguments) noexcept {
+  if (code != MS_VC_EXCEPTION) return;
+  void* const handler = ::AddVectoredExceptionHandler(1, &GoOnBehindAName);
+  ::RaiseException(code, flags, count, reinterpret_cast<const ::ULONG_PTR*>(arguments));
+  ::RemoveVectoredExceptionHandler(handler);
+}
 
 bool QueueUserAPC(PAPCFUNC function, ThreadHandle thread, std::uintptr_t parameter) noexcept {
   static_assert(sizeof(std::uintptr_t) == sizeof(::ULONG_PTR));

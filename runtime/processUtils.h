@@ -1,0 +1,18 @@
+// What the runtime asks about its process and threads.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace runtime::ProcessUtils {
+
+inline constexpr std::uint32_t kCallersThread = 0xFFFFFFFF;
+
+// The name is what debuggers show. Logs how it went; the thread itself does not notice.
+void SetThreadName(std::uint32_t threadId, const char* name);
+
+// The path of the running program's file, or with `ownModule` of the module that holds this code, in the ANSI code
+// page. Empty when it is longer than 259 bytes, or cannot be told.
+[[nodiscard]] std::string GetModulePath(bool ownModule);
+
+}  // namespace runtime::ProcessUtils
