@@ -14,6 +14,7 @@ using MutexHandle = HandleOf<struct MutexKind>;
 using ThreadHandle = HandleOf<struct ThreadKind>;
 using ProcessHandle = HandleOf<struct ProcessKind>;
 using FileHandle = HandleOf<struct FileKind>;
+using TokenHandle = HandleOf<struct TokenKind>;          // The right to act as a user (session.h).
 using NativeKeyHandle = HandleOf<struct NativeKeyKind>;  // A registry key opened by a native call (registry.h).
 
 // A handle of any kind that CloseHandle takes.
@@ -24,6 +25,7 @@ class KernelHandle {
   constexpr KernelHandle(ThreadHandle handle) noexcept : value_(handle.value()) {}
   constexpr KernelHandle(ProcessHandle handle) noexcept : value_(handle.value()) {}
   constexpr KernelHandle(FileHandle handle) noexcept : value_(handle.value()) {}
+  constexpr KernelHandle(TokenHandle handle) noexcept : value_(handle.value()) {}
   constexpr KernelHandle(NativeKeyHandle handle) noexcept : value_(handle.value()) {}
   [[nodiscard]] constexpr std::uintptr_t value() const noexcept { return value_; }
 

@@ -53,6 +53,7 @@ using UniqueMutex = Owner<MutexHandle, &CloseHandle>;
 using UniqueThread = Owner<ThreadHandle, &CloseHandle>;
 using UniqueProcess = Owner<ProcessHandle, &CloseHandle>;
 using UniqueFile = Owner<FileHandle, &CloseHandle>;
+using UniqueToken = Owner<TokenHandle, &CloseHandle>;
 using UniqueNativeKey = Owner<NativeKeyHandle, &CloseHandle>;
 using UniqueKey = Owner<HKEY, &RegCloseKey>;
 using UniquePool = Owner<PTP_POOL, &CloseThreadpool>;

@@ -4,6 +4,7 @@
 
 #include "platform/module.h"
 #include "platform/raii.h"
+#include "platform/session.h"
 #include "runtime/logCalls.h"
 #include "runtime/xString.h"
 
@@ -12,6 +13,7 @@ namespace {
 
 using platform::SetThreadDescriptionFunction;
 
+constexpr const char* kGetSessionID = "ProcessUtils::GetSessionID()";
 constexpr const char* kSetThreadName = "ProcessUtils::SetThreadName()";
 
 // Null where the system does not have it yet. Looked up once.
@@ -57,7 +59,57 @@ void RaiseName(std::uint32_t threadId, const char* name) {
   platform::RaiseException(platform::MS_VC_EXCEPTION, 0, words.size(), words.data());
 }
 
+constexpr std::uint32_t kNoSession = 0xFFFFFFFF;
+
+std::uint32_t SessionOf(platform::TokenHandle token) {
+  platform::DWORD session = kNoSession;
+  platform::DWORD needed = 0;
+  if (!platform::GetTokenInformation(token, platform::TokenSessionId, &session, sizeof session, &needed)) {
+    LogLastError(kGetSessionID, 1, "GetTokenInformation(0x%p) failed", token);
+  }
+  return session;
+}
+
+// Of the user whom the thread impersonates.
+std::uint32_t SessionOfThread() {
+  const platform::ThreadHandle thread = platform::GetCurrentThread();
+  platform::TokenHandle token;
+  if (!platform::OpenThreadToken(thread, platform::TOKEN_QUERY, false, &token)) {
+    if (platform::GetLastError() != platform::ERROR_NO_TOKEN) {
+      LogLastError(kGetSessionID, 1, "OpenThreadToken(0x%x) failed", static_cast<std::uint32_t>(thread.value()));
+    }
+    return kNoSession;
+  }
+  const std::uint32_t session = SessionOf(token);
+  platform::CloseHandle(token);
+  return session;
+}
+
 }  // namespace
+
+std::uint32_t GetSessionID(bool checkThreadToken, std::uint32_t sessionId) {
+  if (sessionId != kNoSession) return sessionId;
+  if (checkThreadToken) sessionId = SessionOfThread();
+  if (sessionId != kNoSession) return sessionId;
+  const platform::DWORD process = platform::GetCurrentProcessId();
+  platform::DWORD session = kNoSession;
+  if (!platform::ProcessIdToSessionId(process, &session)) {
+    LogLastError(kGetSessionID, 1, "ProcessIdToSessionId(%d) failed", process);
+  }
+  return session;
+}
+
+std::u16string GetUserName(std::uint32_t sessionId) {
+  void* information = nullptr;
+  platform::DWORD bytes = 0;
+  if (!platform::WTSQuerySessionInformationW(nullptr, GetSessionID(true, sessionId), platform::WTSUserName,
+                                             &information, &bytes)) {
+    return {};
+  }
+  std::u16string name(static_cast<const char16_t*>(information));
+  platform::WTSFreeMemory(information);
+  return name;
+}
 
 void SetThreadName(std::uint32_t threadId, const char* name) {
   const SetThreadDescriptionFunction describe = SetThreadDescription();
