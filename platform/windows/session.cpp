@@ -12,10 +12,13 @@ template <class Handle>
   return reinterpret_cast<::HANDLE>(handle.value());
 }
 
-// Gives what the system wrote, when it did.
-bool Give(BOOL done, ::HANDLE native, TokenHandle* token) {
-  if (done != 0) *token = TokenHandle(reinterpret_cast<std::uintptr_t>(native));
-  return done != 0;
+// Calls with a place for the token, and gives what the system wrote there.
+template <class Call>
+bool Give(TokenHandle* token, const Call& call) {
+  ::HANDLE native = nullptr;
+  if (call(&native) == 0) return false;
+  *token = TokenHandle(reinterpret_cast<std::uintptr_t>(native));
+  return true;
 }
 
 }  // namespace
@@ -55,13 +58,11 @@ bool WTSQuerySessionInformationA(std::nullptr_t, DWORD sessionId, WTS_INFO_CLASS
 void WTSFreeMemory(void* memory) noexcept { ::WTSFreeMemory(memory); }
 
 bool WTSQueryUserToken(DWORD sessionId, TokenHandle* token) noexcept {
-  ::HANDLE native = nullptr;
-  return Give(::WTSQueryUserToken(sessionId, &native), native, token);
+  return Give(token, [&](::HANDLE* native) { return ::WTSQueryUserToken(sessionId, native); });
 }
 
 bool OpenThreadToken(ThreadHandle thread, DWORD access, OnlyFalse, TokenHandle* token) noexcept {
-  ::HANDLE native = nullptr;
-  return Give(::OpenThreadToken(Native(thread), access, FALSE, &native), native, token);
+  return Give(token, [&](::HANDLE* native) { return ::OpenThreadToken(Native(thread), access, FALSE, native); });
 }
 
 bool GetTokenInformation(TokenHandle token, TOKEN_INFORMATION_CLASS what, DWORD* sessionId, DWORD size,
@@ -78,16 +79,15 @@ ProcessHandle OpenProcess(DWORD access, OnlyFalse, DWORD processId) noexcept {
 }
 
 bool OpenProcessToken(ProcessHandle process, DWORD access, TokenHandle* token) noexcept {
-  ::HANDLE native = nullptr;
-  return Give(::OpenProcessToken(Native(process), access, &native), native, token);
+  return Give(token, [&](::HANDLE* native) { return ::OpenProcessToken(Native(process), access, native); });
 }
 
 bool DuplicateTokenEx(TokenHandle token, DWORD access, std::nullptr_t, DWORD level, DWORD type,
                       TokenHandle* duplicate) noexcept {
-  ::HANDLE native = nullptr;
-  return Give(::DuplicateTokenEx(Native(token), access, nullptr, static_cast<::SECURITY_IMPERSONATION_LEVEL>(level),
-                                 static_cast<::TOKEN_TYPE>(type), &native),
-              native, duplicate);
+  return Give(duplicate, [&](::HANDLE* native) {
+    return ::DuplicateTokenEx(Native(token), access, nullptr, static_cast<::SECURITY_IMPERSONATION_LEVEL>(level),
+                              static_cast<::TOKEN_TYPE>(type), native);
+  });
 }
 
 HWND GetShellWindow() noexcept { return HWND(reinterpret_cast<std::uintptr_t>(::GetShellWindow())); }

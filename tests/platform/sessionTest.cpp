@@ -72,15 +72,6 @@ TEST(Session, HasItsUsersName) {
   WTSFreeMemory(information);
 }
 
-TEST(Session, OfAUserIsActive) {
-  void* information = nullptr;
-  DWORD bytes = 0;
-  ASSERT_TRUE(WTSQuerySessionInformationA(nullptr, OwnSession(), WTSConnectState, &information, &bytes));
-  EXPECT_EQ(bytes, sizeof(DWORD));
-  EXPECT_EQ(*static_cast<const DWORD*>(information), WTSActive);
-  WTSFreeMemory(information);
-}
-
 TEST(ThreadToken, IsThereWhileTheThreadImpersonates) {
   TokenHandle none;
   EXPECT_FALSE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, false, &none));
