@@ -56,6 +56,7 @@ using UniqueProcess = Owner<ProcessHandle, &CloseHandle>;
 using UniqueFile = Owner<FileHandle, &CloseHandle>;
 using UniqueSection = Owner<SectionHandle, &CloseHandle>;
 using UniquePipe = Owner<PipeHandle, &CloseHandle>;
+using UniqueToken = Owner<TokenHandle, &CloseHandle>;
 using UniqueNativeKey = Owner<NativeKeyHandle, &CloseHandle>;
 using UniqueKey = Owner<HKEY, &RegCloseKey>;
 using UniquePool = Owner<PTP_POOL, &CloseThreadpool>;

@@ -50,4 +50,11 @@ inline constexpr DWORD FORMAT_MESSAGE_FROM_SYSTEM = 0x1000;
 DWORD FormatMessageW(DWORD flags, std::nullptr_t source, DWORD messageId, DWORD languageId, char16_t** text, DWORD size,
                      std::nullptr_t arguments) noexcept;
 
+inline constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x200;
+inline constexpr DWORD FORMAT_MESSAGE_MAX_WIDTH_MASK = 0xFF;
+// The same in the ANSI code page and on one line: each line break of the text is a blank, also the last one. `flags` is
+// all four.
+DWORD FormatMessageA(DWORD flags, std::nullptr_t source, DWORD messageId, DWORD languageId, char** text, DWORD size,
+                     std::nullptr_t arguments) noexcept;
+
 }  // namespace platform

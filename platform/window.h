@@ -5,6 +5,7 @@
 // and of other processes of the same machine and user.
 #pragma once
 
+#include "platform/handles.h"
 #include "platform/types.h"
 
 namespace platform {
@@ -79,6 +80,13 @@ int GetMessageW(MSG* message, std::nullptr_t window, UINT filterMin, UINT filter
 bool TranslateMessage(const MSG* message) noexcept;
 LRESULT DispatchMessageW(const MSG* message) noexcept;
 void PostQuitMessage(int exitCode) noexcept;
+
+inline constexpr DWORD QS_ALLINPUT = 7423;  // Every kind of message.
+// As WaitForMultipleObjectsEx, with the calling thread's messages behind the handles: WAIT_OBJECT_0 plus `count` when
+// one has come since the thread last looked for messages or waited so. `count` is 0 to 63; `wakeMask` is QS_ALLINPUT.
+// With `waitAll`, a message must have come too.
+DWORD MsgWaitForMultipleObjects(DWORD count, const WaitableHandle* handles, bool waitAll, DWORD milliseconds,
+                                DWORD wakeMask) noexcept;
 // Puts a message into the window's queue and returns at once. Not for messages that carry an address.
 bool PostMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam) noexcept;
 

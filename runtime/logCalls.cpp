@@ -6,7 +6,6 @@
 #include "platform/error.h"
 #include "platform/raii.h"
 #include "platform/shell.h"
-#include "platform/text.h"
 
 namespace runtime {
 namespace {
@@ -22,26 +21,16 @@ Destination& TheDestination() {
   return destination;
 }
 
-std::string InAnsi(std::u16string_view wide) {
-  const auto length = static_cast<int>(wide.size());
-  const int size =
-      platform::WideCharToMultiByte(platform::CP_THREAD_ACP, 0, wide.data(), length, nullptr, 0, nullptr, nullptr);
-  std::string text(static_cast<std::size_t>(size), '\0');
-  platform::WideCharToMultiByte(platform::CP_THREAD_ACP, 0, wide.data(), length, text.data(), size, nullptr, nullptr);
-  return text;
-}
-
 constexpr platform::DWORD kUserDefaultLanguage = 0x400;
 
-// Empty for an error that the system has no text for.
+// On one line; empty for an error that the system has no text for.
 std::string SystemText(platform::DWORD error) {
-  platform::UniqueLocal<char16_t> text;
-  const platform::DWORD length =
-      platform::FormatMessageW(platform::FORMAT_MESSAGE_ALLOCATE_BUFFER | platform::FORMAT_MESSAGE_FROM_SYSTEM, nullptr,
-                               error, kUserDefaultLanguage, text.put(), 0, nullptr);
-  std::u16string_view line(text.get(), length);
-  while (line.ends_with(u'\n') || line.ends_with(u'\r')) line.remove_suffix(1);
-  return InAnsi(line);
+  using namespace platform;
+  constexpr DWORD kFlags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM |
+                           FORMAT_MESSAGE_MAX_WIDTH_MASK;
+  UniqueLocal<char> text;
+  const DWORD length = FormatMessageA(kFlags, nullptr, error, kUserDefaultLanguage, text.put(), 0, nullptr);
+  return length > 0 ? std::string(text.get(), length) : std::string();
 }
 
 }  // namespace

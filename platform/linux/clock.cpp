@@ -2,6 +2,7 @@
 
 #include <time.h>
 
+#include "platform/linux/deadline.h"
 #include "platform/linux/faults.h"
 #include "platform/linux/testClock.h"
 
@@ -39,9 +40,7 @@ DWORD GetTickCount() noexcept {
 
 bool QueryPerformanceCounter(std::int64_t* count) noexcept {
   if (FaultInjected("QueryPerformanceCounter")) return false;
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  *count = now.tv_sec * kStepsInASecond + now.tv_nsec / kNanosecondsInAStep;
+  *count = std::chrono::nanoseconds(SteadyNow().time_since_epoch()).count() / kNanosecondsInAStep;
   return true;
 }
 

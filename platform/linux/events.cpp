@@ -1,15 +1,48 @@
 #include "platform/linux/events.h"
 
+#include <fcntl.h>
 #include <sys/eventfd.h>
+#include <sys/stat.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <new>
+#include <string>
 
+#include "platform/linux/ansi.h"
 #include "platform/linux/faults.h"
 #include "platform/linux/hostError.h"
+#include "platform/linux/namedObjects.h"
 
 namespace platform {
+namespace {
+
+constexpr int kFifoSize = 4096;  // The least that the host has.
+
+// Takes all there is. False when there was nothing.
+bool Drain(const Descriptor& counter) noexcept {
+  std::array<char, kFifoSize> bytes;
+  return read(counter.get(), bytes.data(), bytes.size()) > 0;
+}
+
+// Its bytes live exactly as long as somebody has it open.
+Descriptor OpenFifo(const std::string& path) noexcept {
+  const bool there = mkfifo(path.c_str(), 0600) == 0 || errno == EEXIST;
+  Descriptor fifo(there ? open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW) : -1);
+  if (fifo && fcntl(fifo.get(), F_SETPIPE_SZ, kFifoSize) < 0) fifo = Descriptor();
+  if (!fifo) SetLastError(ErrorFromHost(errno));
+  return fifo;
+}
+
+EventHandle AddEvent(std::shared_ptr<Event> event, bool isNew) noexcept {
+  if (!event) return {};
+  const EventHandle handle(handleTable::Add(std::move(event)));
+  if (handle) SetLastError(isNew ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
+  return handle;
+}
+
+}  // namespace
 
 std::shared_ptr<Event> Event::Create(bool manualReset, bool initialState) noexcept try {
   Descriptor counter(eventfd(initialState ? 1 : 0, EFD_CLOEXEC | EFD_NONBLOCK));
@@ -23,10 +56,33 @@ std::shared_ptr<Event> Event::Create(bool manualReset, bool initialState) noexce
   return nullptr;
 }
 
+std::shared_ptr<Event> Event::Open(std::u16string_view name, bool manualReset, bool initialState, bool& isNew) {
+  using namedObjects::Kind;
+  const std::string path = namedObjects::PathOf(name);
+  if (path.empty()) return nullptr;
+  const std::string fifoPath = path + ".signal";  // No object's name has a dot in its file's.
+  Descriptor fifo;
+  const auto make = [&](const Descriptor&) {
+    fifo = OpenFifo(fifoPath);
+    return static_cast<bool>(fifo);
+  };
+  auto opened = namedObjects::Open(path, manualReset ? Kind::ManualResetEvent : Kind::AutoResetEvent, make);
+  if (!opened) return nullptr;
+  if (opened->kind == Kind::Mutex) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return nullptr;
+  }
+  if (!opened->isNew) fifo = OpenFifo(fifoPath);
+  if (!fifo) return nullptr;
+  isNew = opened->isNew;
+  auto event =
+      std::make_shared<Event>(std::move(fifo), opened->kind == Kind::ManualResetEvent, std::move(opened->file));
+  if (isNew && initialState) event->Set();
+  return event;
+}
+
 bool Event::TryConsume() noexcept {
-  std::uint64_t count = 0;
-  const bool signalled =
-      manualReset_ ? IsReadable(counter_.get()) : read(counter_.get(), &count, sizeof count) == sizeof count;
+  const bool signalled = manualReset_ ? IsReadable(counter_.get()) : Drain(counter_);
   if (signalled) static_cast<void>(sets_.load(std::memory_order_acquire));
   return signalled;
 }
@@ -38,16 +94,23 @@ void Event::Set() noexcept {
   [[maybe_unused]] const ssize_t written = write(counter_.get(), &one, sizeof one);
 }
 
-void Event::Reset() noexcept {
-  std::uint64_t count = 0;
-  // Nothing to read means that the event was not signalled.
-  [[maybe_unused]] const ssize_t got = read(counter_.get(), &count, sizeof count);
-}
+// Nothing to take means that the event was not signalled.
+void Event::Reset() noexcept { static_cast<void>(Drain(counter_)); }
 
 EventHandle CreateEventW(std::nullptr_t, bool manualReset, bool initialState, std::nullptr_t) noexcept {
   if (FaultInjected("CreateEventW")) return {};
-  auto event = Event::Create(manualReset, initialState);
-  return event ? EventHandle(handleTable::Add(std::move(event))) : EventHandle();
+  return AddEvent(Event::Create(manualReset, initialState), true);
+}
+
+EventHandle CreateEventA(std::nullptr_t, bool manualReset, bool initialState, const char* name) noexcept try {
+  if (FaultInjected("CreateEventA")) return {};
+  if (name == nullptr || *name == '\0') return AddEvent(Event::Create(manualReset, initialState), true);
+  bool isNew = false;
+  auto event = Event::Open(ansi::ToWide(name), manualReset, initialState, isNew);
+  return AddEvent(std::move(event), isNew);
+} catch (const std::bad_alloc&) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return {};
 }
 
 bool SetEvent(EventHandle handle) noexcept {

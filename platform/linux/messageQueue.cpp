@@ -75,6 +75,11 @@ void MessageQueue::Post(const MSG& message) {
   eventfd_write(wake_.get(), 1);
 }
 
+void MessageQueue::Quit(int exitCode) noexcept {
+  quit_ = exitCode;
+  eventfd_write(wake_.get(), 1);
+}
+
 void MessageQueue::AddWindow(std::shared_ptr<Window> window) { windows_.push_back(std::move(window)); }
 
 void MessageQueue::RemoveWindow(HWND window) noexcept {
@@ -101,6 +106,30 @@ MSG MessageQueue::Next() {
     if (const auto posted = TakePosted()) return *posted;
     if (quit_) return MessageOf({}, WM_QUIT, static_cast<WPARAM>(*std::exchange(quit_, std::nullopt)), 0);
     Sleep(nullptr, std::nullopt);
+  }
+}
+
+// True when something was posted since the last call.
+bool MessageQueue::TakeWake() noexcept {
+  eventfd_t posts = 0;
+  return eventfd_read(wake_.get(), &posts) == 0;
+}
+
+bool MessageQueue::HasNewInput() {
+  if (TakeWake()) {
+    const std::lock_guard lock(lock_);
+    if (!posted_.empty() || quit_) return true;
+  }
+  std::vector<pollfd> set;
+  AddDescriptors(set);
+  return poll(set.data() + 1, set.size() - 1, 0) > 0;
+}
+
+void MessageQueue::AddDescriptors(std::vector<pollfd>& set) const {
+  set.push_back({.fd = wake_.get(), .events = POLLIN, .revents = 0});
+  for (const auto& window : windows_) set.push_back({.fd = window->listener.get(), .events = POLLIN, .revents = 0});
+  for (const auto& waiting : connections_) {
+    set.push_back({.fd = waiting.descriptor.get(), .events = POLLIN, .revents = 0});
   }
 }
 
@@ -170,19 +199,12 @@ void MessageQueue::Serve(const Connection& connection, const windowPacket::Reque
 }
 
 bool MessageQueue::Sleep(const Descriptor* descriptor, std::optional<Clock::time_point> deadline) {
-  std::vector<pollfd> set{{.fd = wake_.get(), .events = POLLIN, .revents = 0},
-                          {.fd = descriptor != nullptr ? descriptor->get() : -1, .events = POLLIN, .revents = 0}};
-  for (const auto& window : windows_) set.push_back({.fd = window->listener.get(), .events = POLLIN, .revents = 0});
-  for (const auto& waiting : connections_) {
-    set.push_back({.fd = waiting.descriptor.get(), .events = POLLIN, .revents = 0});
-  }
+  std::vector<pollfd> set{{.fd = descriptor != nullptr ? descriptor->get() : -1, .events = POLLIN, .revents = 0}};
+  AddDescriptors(set);
   const timespec time = deadline ? TimeUntil(*deadline) : timespec{};
   if (ppoll(set.data(), set.size(), deadline ? &time : nullptr, nullptr) <= 0) return false;
-  if (set[0].revents != 0) {
-    eventfd_t posts = 0;
-    eventfd_read(wake_.get(), &posts);
-  }
-  return set[1].revents != 0;
+  if (set[1].revents != 0) TakeWake();
+  return set[0].revents != 0;
 }
 
 bool IsOfThisThread(const Window& window) noexcept {

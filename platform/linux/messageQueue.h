@@ -1,6 +1,8 @@
 // A thread's messages: those posted to its windows and those that others send to them.
 #pragma once
 
+#include <poll.h>
+
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -34,10 +36,15 @@ class MessageQueue {
   void RemoveWindow(HWND window) noexcept;
   void RemoveAllWindows() noexcept;
   // Makes Next give WM_QUIT once nothing else is left.
-  void Quit(int exitCode) noexcept { quit_ = exitCode; }
+  void Quit(int exitCode) noexcept;
 
   // Runs the window procedure for what has been sent, then takes the next posted message. Sleeps while there is none.
   [[nodiscard]] MSG Next();
+  // Whether a message has come since the thread last looked for one, by any of these. A message that was sent and not
+  // served counts each time.
+  [[nodiscard]] bool HasNewInput();
+  // What becomes readable when one may have come: the queue's own descriptor first.
+  void AddDescriptors(std::vector<pollfd>& set) const;
   // Runs the window procedure for what is sent meanwhile, until the descriptor can be read. False when the deadline
   // comes first.
   [[nodiscard]] bool WaitServing(const Descriptor& descriptor, windowSocket::Clock::time_point deadline);
@@ -48,6 +55,7 @@ class MessageQueue {
     Descriptor descriptor;
   };
 
+  bool TakeWake() noexcept;
   std::optional<MSG> TakePosted();
   void TakeConnections();
   // Serves the oldest connection whose message is there. False when there is none.

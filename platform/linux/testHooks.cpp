@@ -1,14 +1,17 @@
 #include "platform/linux/testHooks.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <utility>
 
 #include "platform/error.h"
 #include "platform/linux/faults.h"
 #include "platform/linux/handleTable.h"
 #include "platform/linux/testClock.h"
+#include "platform/linux/testSessions.h"
 
 namespace platform {
 namespace {
@@ -20,6 +23,7 @@ struct Faults {
   bool persistent = false;
   DWORD error = ERROR_SUCCESS;
   std::string spared;
+  std::vector<std::string> only;  // When not empty, the names that fail.
   std::vector<std::string> calls;
 };
 
@@ -33,12 +37,23 @@ TestTime& TheTestTime() {
   return time;
 }
 
+struct TestSessions {
+  std::mutex lock;
+  std::map<DWORD, DWORD> states;
+};
+
+TestSessions& TheTestSessions() {
+  static TestSessions& sessions = *new TestSessions;
+  return sessions;
+}
+
 void Arm(Faults& faults, unsigned failAt, bool persistent, DWORD error) {
   const std::lock_guard guard(faults.lock);
   faults.failAt = failAt;
   faults.persistent = persistent;
   faults.error = error;
   faults.spared.clear();
+  faults.only.clear();
   faults.calls.clear();
   faults.armed = true;
 }
@@ -84,7 +99,8 @@ bool FaultInjected(const char* call) noexcept {
   const std::lock_guard guard(faults.lock);
   const std::size_t number = faults.calls.size() + 1;
   const bool due = number == faults.failAt || (faults.persistent && number > faults.failAt);
-  const bool fails = faults.failAt != 0 && due && faults.spared != call;
+  const bool meant = faults.only.empty() ? faults.spared != call : std::ranges::count(faults.only, call) > 0;
+  const bool fails = faults.failAt != 0 && due && meant;
   faults.calls.push_back((fails ? "!" : "") + std::string(call));
   if (fails) SetLastError(faults.error);
   return fails;
@@ -96,9 +112,23 @@ std::optional<SYSTEMTIME> TimeSetByTest() noexcept {
   return time.time;
 }
 
+std::optional<DWORD> StateOfTestSession(DWORD session) noexcept {
+  TestSessions& sessions = TheTestSessions();
+  const std::lock_guard guard(sessions.lock);
+  const auto found = sessions.states.find(session);
+  return found != sessions.states.end() ? std::optional(found->second) : std::nullopt;
+}
+
 namespace test {
 
 void ArmFaults(unsigned failAt, bool persistent, DWORD error) { Arm(TheFaults(), failAt, persistent, error); }
+
+void ArmFaultsOf(std::vector<std::string> calls, DWORD error) {
+  Faults& faults = TheFaults();
+  Arm(faults, 1, true, error);
+  const std::lock_guard guard(faults.lock);
+  faults.only = std::move(calls);
+}
 
 void DisarmFaults() { TheFaults().armed = false; }
 
@@ -112,6 +142,12 @@ void SetLocalTime(std::optional<SYSTEMTIME> set) {
   TestTime& time = TheTestTime();
   const std::lock_guard guard(time.lock);
   time.time = set;
+}
+
+void SetOtherSessions(std::map<DWORD, DWORD> stateBySession) {
+  TestSessions& sessions = TheTestSessions();
+  const std::lock_guard guard(sessions.lock);
+  sessions.states = std::move(stateBySession);
 }
 
 std::vector<std::string> LiveHandles() { return handleTable::LiveKinds(); }

@@ -1,52 +1,57 @@
 #include <pthread.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
+#include <cstring>
 #include <memory>
+#include <mutex>
 #include <new>
 
-#include "platform/linux/events.h"
 #include "platform/linux/faults.h"
 #include "platform/linux/hostError.h"
+#include "platform/linux/threadObjects.h"
 
 namespace platform {
 namespace {
 
-// A thread is signalled once it has ended, and stays so.
-class Thread final : public WaitableObject {
+// What a new thread is told, and tells: its id is known once it runs.
+class Start {
  public:
-  explicit Thread(std::shared_ptr<Event> ended) noexcept : ended_(std::move(ended)) {}
-  [[nodiscard]] const char* KindName() const noexcept override { return "Thread"; }
-  [[nodiscard]] int PollDescriptor() const noexcept override { return ended_->PollDescriptor(); }
-  [[nodiscard]] bool TryConsume() noexcept override { return ended_->TryConsume(); }
+  Start(ThreadStart function, void* parameter, std::shared_ptr<Thread> thread) noexcept
+      : function_(function), parameter_(parameter), thread_(std::move(thread)) {}
+
+  // On the new thread. The object is gone once the starter knows the id.
+  void Run() {
+    const ThreadStart function = function_;
+    void* const parameter = parameter_;
+    Thread::Begin(std::move(thread_));
+    {
+      const std::lock_guard guard(lock_);
+      id_ = GetCurrentThreadId();
+      known_.notify_one();
+    }
+    function(parameter);
+  }
+
+  [[nodiscard]] DWORD AwaitId() {
+    std::unique_lock guard(lock_);
+    known_.wait(guard, [this] { return id_ != 0; });
+    return id_;
+  }
 
  private:
-  const std::shared_ptr<Event> ended_;
+  const ThreadStart function_;
+  void* const parameter_;
+  std::shared_ptr<Thread> thread_;
+  std::mutex lock_;
+  std::condition_variable known_;
+  DWORD id_ = 0;
 };
 
-struct Start {
-  ThreadStart function;
-  void* parameter;
-  std::shared_ptr<Event> ended;
-};
-
-// Signals the end of its thread. A thread's objects are destroyed in the reverse order of their construction, and this
-// one is the first: so all others are gone by then.
-struct EndSignal {
-  EndSignal() = default;
-  EndSignal(const EndSignal&) = delete;
-  EndSignal& operator=(const EndSignal&) = delete;
-  ~EndSignal() {
-    if (ended) ended->Set();
-  }
-  std::shared_ptr<Event> ended;
-};
-thread_local EndSignal endSignal;
-
-void* RunThread(void* parameter) {
-  const std::unique_ptr<Start> start(static_cast<Start*>(parameter));
-  endSignal.ended = std::move(start->ended);
-  start->function(start->parameter);
+void* RunThread(void* start) {
+  static_cast<Start*>(start)->Run();
   return nullptr;
 }
 
@@ -73,28 +78,73 @@ class Attributes {
 }  // namespace
 
 ThreadHandle CreateThread(std::nullptr_t, std::size_t stackSize, ThreadStart function, void* parameter, DWORD flags,
-                          std::nullptr_t) noexcept try {
+                          DWORD* threadId) noexcept try {
   if (FaultInjected("CreateThread")) return {};
   if ((flags & ~STACK_SIZE_PARAM_IS_A_RESERVATION) != 0) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return {};
   }
-  auto ended = Event::Create(true, false);
-  if (!ended) return {};
-  auto start = std::make_unique<Start>(Start{.function = function, .parameter = parameter, .ended = ended});
-  const std::uintptr_t handle = handleTable::Add(std::make_shared<Thread>(std::move(ended)));
+  auto object = Thread::Create();
+  if (!object) return {};
+  Start start(function, parameter, object);
+  const std::uintptr_t handle = handleTable::Add(std::move(object));
   if (handle == 0) return {};
   pthread_t thread{};
-  if (const int error = pthread_create(&thread, Attributes(stackSize).get(), &RunThread, start.get()); error != 0) {
+  if (const int error = pthread_create(&thread, Attributes(stackSize).get(), &RunThread, &start); error != 0) {
     handleTable::Close(handle);
     SetLastError(ErrorFromHost(error));
     return {};
   }
-  static_cast<void>(start.release());  // The thread's from here on.
+  const DWORD id = start.AwaitId();
+  if (threadId != nullptr) *threadId = id;
   return ThreadHandle(handle);
 } catch (const std::bad_alloc&) {
   SetLastError(ERROR_NOT_ENOUGH_MEMORY);
   return {};
+}
+
+DWORD GetCurrentThreadId() noexcept {
+  thread_local const DWORD id = static_cast<DWORD>(gettid());
+  return id;
+}
+
+ThreadHandle GetCurrentThread() noexcept { return kCurrentThread; }
+
+ThreadHandle OpenThread(DWORD access, OnlyFalse, DWORD threadId) noexcept try {
+  if (FaultInjected("OpenThread")) return {};
+  auto thread = access == THREAD_SET_LIMITED_INFORMATION && threadId != 0 ? Thread::OfId(threadId) : nullptr;
+  if (!thread) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return {};
+  }
+  return ThreadHandle(handleTable::Add(std::move(thread)));
+} catch (const std::bad_alloc&) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return {};
+}
+
+// Without a debugger's eyes there is but the name to set.
+void RaiseException(DWORD code, DWORD, DWORD count, const std::uintptr_t* arguments) noexcept try {
+  if (code != MS_VC_EXCEPTION || count * sizeof *arguments != sizeof(THREADNAME_INFO)) return;
+  THREADNAME_INFO information;
+  std::memcpy(static_cast<void*>(&information), arguments, sizeof information);
+  const bool ofCaller = information.dwThreadID == static_cast<DWORD>(-1);
+  const auto thread = ofCaller ? Thread::Current() : Thread::OfId(information.dwThreadID);
+  if (thread && information.szName != nullptr) thread->SetName(information.szName);
+} catch (const std::bad_alloc&) {
+  // The thread keeps its name.
+}
+
+bool QueueUserAPC(PAPCFUNC function, ThreadHandle handle, std::uintptr_t parameter) noexcept try {
+  if (FaultInjected("QueueUserAPC")) return false;
+  const auto thread = FindThread(handle);
+  if (!thread) return false;
+  const bool queued = thread->Queue(function, parameter);
+  if (!queued) SetLastError(ERROR_GEN_FAILURE);
+  return queued;
+} catch (const std::bad_alloc&) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return false;
 }
 
 }  // namespace platform

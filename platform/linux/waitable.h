@@ -13,6 +13,8 @@ class WaitableObject : public KernelObject {
   // True when the object is signalled; then what a successful wait does to it has been done. Of several callers exactly
   // one gets the signal of an auto-reset event. Never blocks.
   [[nodiscard]] virtual bool TryConsume() noexcept = 0;
+  // Takes a TryConsume back.
+  virtual void Unconsume() noexcept {}
 };
 
 // True when a read of the descriptor would not block.

@@ -1,55 +1,136 @@
 #include <poll.h>
 #include <time.h>
 
+#include <algorithm>
 #include <array>
-#include <chrono>
+#include <new>
 #include <optional>
+#include <vector>
 
+#include "platform/linux/deadline.h"
 #include "platform/linux/faults.h"
+#include "platform/linux/messageQueue.h"
+#include "platform/linux/threadObjects.h"
 #include "platform/linux/waitable.h"
 
 namespace platform {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using Deadline = std::optional<Clock::time_point>;  // Nothing: never.
-
 constexpr DWORD kMaximumObjects = 64;
 
-// Sleeps until a descriptor may be readable, or the deadline is over.
-void Sleep(pollfd* descriptors, nfds_t count, const Deadline& deadline) noexcept {
-  timespec left{};
-  if (deadline) {
-    const auto nanoseconds = std::max(*deadline - Clock::now(), Clock::duration::zero());
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(nanoseconds);
-    left.tv_sec = seconds.count();
-    left.tv_nsec = std::chrono::nanoseconds(nanoseconds - seconds).count();
-  }
-  // An interrupted sleep is one that ended early: the caller looks again.
-  ppoll(descriptors, count, deadline ? &left : nullptr, nullptr);
-}
+// One wait of the calling thread.
+class Wait {
+ public:
+  // `messages` is null when the thread's messages do not matter, and counts as one more object otherwise.
+  Wait(bool waitAll, bool alertable, MessageQueue* messages) noexcept
+      : waitAll_(waitAll), alertable_(alertable), messages_(messages) {}
 
-DWORD WaitForAny(DWORD count, const WaitableHandle* handles, DWORD milliseconds) noexcept {
-  if (count == 0 || count > kMaximumObjects) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return WAIT_FAILED;
-  }
-  std::array<std::shared_ptr<WaitableObject>, kMaximumObjects> objects;
-  std::array<pollfd, kMaximumObjects> descriptors;
-  for (DWORD i = 0; i < count; ++i) {
-    objects[i] = handleTable::FindAs<WaitableObject>(handles[i].value());
-    if (!objects[i]) return WAIT_FAILED;
-    descriptors[i] = {.fd = objects[i]->PollDescriptor(), .events = POLLIN, .revents = 0};
-  }
-  Deadline deadline;
-  if (milliseconds != INFINITE) deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
-  while (true) {
-    for (DWORD i = 0; i < count; ++i) {
-      if (objects[i]->TryConsume()) return WAIT_OBJECT_0 + i;
+  // False, with the last error set, when there are too few or too many objects, or one is none.
+  [[nodiscard]] bool Take(DWORD count, const WaitableHandle* handles) noexcept {
+    const DWORD all = count + (messages_ != nullptr ? 1 : 0);
+    if (all == 0 || count > kMaximumObjects || all > kMaximumObjects) {
+      SetLastError(ERROR_INVALID_PARAMETER);
+      return false;
     }
-    if (deadline && Clock::now() >= *deadline) return WAIT_TIMEOUT;
-    Sleep(descriptors.data(), count, deadline);
+    for (count_ = 0; count_ < count; ++count_) {
+      objects_[count_] = handleTable::FindAs<WaitableObject>(handles[count_].value());
+      if (!objects_[count_]) return false;
+    }
+    return true;
   }
+
+  [[nodiscard]] DWORD Run(DWORD milliseconds) {
+    // Nothing to wait for is the common case, and needs no deadline.
+    if (const auto result = Look()) return *result;
+    if (milliseconds == 0) return WAIT_TIMEOUT;
+    if (!ClockMayLeap() || milliseconds == INFINITE) return Await(Deadline(milliseconds), nullptr);
+    const auto leap = Event::Create(false, false);
+    if (!leap) return WAIT_FAILED;
+    const Deadline deadline(milliseconds);
+    const ClockedWait clocked(milliseconds, [&] { leap->Set(); });
+    return Await(deadline, leap.get());
+  }
+
+ private:
+  // `leap` is set when the clock has leapt; may be null.
+  [[nodiscard]] DWORD Await(const Deadline& deadline, Event* leap) {
+    while (true) {
+      if (const auto result = Look()) return *result;
+      if (deadline.IsOver()) return WAIT_TIMEOUT;
+      Sleep(deadline, leap);
+    }
+  }
+
+  // The wait's result, when it has one yet.
+  [[nodiscard]] std::optional<DWORD> Look() {
+    if (waitAll_) {
+      if (TakeAll()) return WAIT_OBJECT_0;
+    } else {
+      for (DWORD i = 0; i < count_; ++i) {
+        if (objects_[i]->TryConsume()) return WAIT_OBJECT_0 + i;
+      }
+      if (messages_ != nullptr && messages_->HasNewInput()) return WAIT_OBJECT_0 + count_;
+    }
+    const auto& thread = Thread::CurrentIfAny();
+    if (alertable_ && thread && thread->MakeCalls()) return WAIT_IO_COMPLETION;
+    return std::nullopt;
+  }
+
+  // What another thread takes away between the look and the taking is given back, and the wait goes on.
+  [[nodiscard]] bool TakeAll() {
+    for (DWORD i = 0; i < count_; ++i) {
+      if (!IsReadable(objects_[i]->PollDescriptor())) return false;
+    }
+    if (messages_ != nullptr && !messages_->HasNewInput()) return false;
+    DWORD taken = 0;
+    while (taken < count_ && objects_[taken]->TryConsume()) ++taken;
+    if (taken == count_) return true;
+    while (taken-- > 0) objects_[taken]->Unconsume();
+    return false;
+  }
+
+  // Until something may have changed, or the deadline is over.
+  void Sleep(const Deadline& deadline, Event* leap) {
+    std::vector<pollfd> set;
+    const auto add = [&](int descriptor) { set.push_back({.fd = descriptor, .events = POLLIN, .revents = 0}); };
+    for (DWORD i = 0; i < count_; ++i) {
+      // For all of them one waits while one is missing; those that are there would only keep it awake.
+      const int descriptor = objects_[i]->PollDescriptor();
+      if (!waitAll_ || !IsReadable(descriptor)) add(descriptor);
+    }
+    const bool handlesMissing = !set.empty();
+    if (messages_ != nullptr && !(waitAll_ && handlesMissing)) messages_->AddDescriptors(set);
+    const auto& thread = Thread::CurrentIfAny();
+    if (alertable_ && thread) add(thread->CallDescriptor());
+    if (leap != nullptr) add(leap->PollDescriptor());
+    // Between the look and this list the last one missing has come.
+    if (waitAll_ && !handlesMissing && messages_ == nullptr) return;
+    timespec left{};
+    if (!deadline.IsNever()) {
+      const std::chrono::nanoseconds nanoseconds = deadline.Left();
+      const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(nanoseconds);
+      left = {.tv_sec = seconds.count(), .tv_nsec = (nanoseconds - seconds).count()};
+    }
+    // An interrupted sleep is one that ended early: the caller looks again.
+    ppoll(set.data(), set.size(), deadline.IsNever() ? nullptr : &left, nullptr);
+    if (leap != nullptr) leap->Reset();
+  }
+
+  const bool waitAll_;
+  const bool alertable_;
+  MessageQueue* const messages_;
+  DWORD count_ = 0;
+  std::array<std::shared_ptr<WaitableObject>, kMaximumObjects> objects_;
+};
+
+DWORD WaitFor(DWORD count, const WaitableHandle* handles, bool waitAll, DWORD milliseconds, bool alertable,
+              bool forMessages = false) noexcept try {
+  Wait wait(waitAll, alertable, forMessages ? MessageQueue::OfThisThread().get() : nullptr);
+  if (alertable && !Thread::Current()) return WAIT_FAILED;
+  return wait.Take(count, handles) ? wait.Run(milliseconds) : WAIT_FAILED;
+} catch (const std::bad_alloc&) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return WAIT_FAILED;
 }
 
 }  // namespace
@@ -61,12 +142,28 @@ bool IsReadable(int descriptor) noexcept {
 
 DWORD WaitForSingleObject(WaitableHandle handle, DWORD milliseconds) noexcept {
   if (FaultInjected("WaitForSingleObject")) return WAIT_FAILED;
-  return WaitForAny(1, &handle, milliseconds);
+  return WaitFor(1, &handle, false, milliseconds, false);
 }
 
 DWORD WaitForMultipleObjects(DWORD count, const WaitableHandle* handles, OnlyFalse, DWORD milliseconds) noexcept {
   if (FaultInjected("WaitForMultipleObjects")) return WAIT_FAILED;
-  return WaitForAny(count, handles, milliseconds);
+  return WaitFor(count, handles, false, milliseconds, false);
+}
+
+DWORD WaitForMultipleObjectsEx(DWORD count, const WaitableHandle* handles, bool waitAll, DWORD milliseconds,
+                               bool alertable) noexcept {
+  if (FaultInjected("WaitForMultipleObjectsEx")) return WAIT_FAILED;
+  return WaitFor(count, handles, waitAll, milliseconds, alertable);
+}
+
+DWORD MsgWaitForMultipleObjects(DWORD count, const WaitableHandle* handles, bool waitAll, DWORD milliseconds,
+                                DWORD wakeMask) noexcept {
+  if (FaultInjected("MsgWaitForMultipleObjects")) return WAIT_FAILED;
+  if (wakeMask != QS_ALLINPUT) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return WAIT_FAILED;
+  }
+  return WaitFor(count, handles, waitAll, milliseconds, false, true);
 }
 
 }  // namespace platform

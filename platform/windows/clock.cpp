@@ -1,4 +1,5 @@
 #include "platform/clock.h"
+#include "platform/windows/waits.h"
 
 #include <windows.h>
 
@@ -11,7 +12,9 @@ void GetLocalTime(SYSTEMTIME* time) noexcept { ::GetLocalTime(reinterpret_cast<:
 DWORD GetTickCount() noexcept { return ::GetTickCount(); }
 
 bool QueryPerformanceCounter(std::int64_t* count) noexcept {
-  return ::QueryPerformanceCounter(reinterpret_cast<LARGE_INTEGER*>(count)) != 0;
+  if (::QueryPerformanceCounter(reinterpret_cast<LARGE_INTEGER*>(count)) == 0) return false;
+  *count += CounterMoved();
+  return true;
 }
 
 bool QueryPerformanceFrequency(std::int64_t* frequency) noexcept {

@@ -11,6 +11,17 @@ bool GetModuleHandleExW(DWORD flags, const char16_t* name, HMODULE* module) noex
   return ok;
 }
 
+bool GetModuleHandleExA(DWORD flags, const void* address, HMODULE* module) noexcept {
+  ::HMODULE found = nullptr;
+  const bool ok = ::GetModuleHandleExA(flags, static_cast<const char*>(address), &found) != FALSE;
+  *module = HMODULE(reinterpret_cast<std::uintptr_t>(found));
+  return ok;
+}
+
+DWORD GetModuleFileNameA(HMODULE module, char* path, DWORD size) noexcept {
+  return ::GetModuleFileNameA(reinterpret_cast<::HMODULE>(module.value()), path, size);
+}
+
 ModuleFunction GetProcAddress(HMODULE module, const char* name) noexcept {
   return reinterpret_cast<ModuleFunction>(::GetProcAddress(reinterpret_cast<::HMODULE>(module.value()), name));
 }

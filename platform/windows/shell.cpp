@@ -31,4 +31,9 @@ DWORD FormatMessageW(DWORD flags, std::nullptr_t, DWORD messageId, DWORD languag
   return ::FormatMessageW(flags, nullptr, messageId, languageId, reinterpret_cast<wchar_t*>(text), size, nullptr);
 }
 
+DWORD FormatMessageA(DWORD flags, std::nullptr_t, DWORD messageId, DWORD languageId, char** text, DWORD size,
+                     std::nullptr_t) noexcept {
+  return ::FormatMessageA(flags, nullptr, messageId, languageId, reinterpret_cast<char*>(text), size, nullptr);
+}
+
 }  // namespace platform

@@ -1,4 +1,5 @@
 #include "platform/window.h"
+#include "platform/windows/waits.h"
 
 #include <windows.h>
 
@@ -91,6 +92,11 @@ LRESULT DispatchMessageW(const MSG* message) noexcept {
 }
 
 void PostQuitMessage(int exitCode) noexcept { ::PostQuitMessage(exitCode); }
+
+DWORD MsgWaitForMultipleObjects(DWORD count, const WaitableHandle* handles, bool waitAll, DWORD milliseconds,
+                                DWORD wakeMask) noexcept {
+  return ::MsgWaitForMultipleObjects(count, NativeArray(handles), waitAll, milliseconds, wakeMask);
+}
 
 bool PostMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam) noexcept {
   return ::PostMessageW(ToNative<::HWND>(window), message, wParam, lParam) != 0;

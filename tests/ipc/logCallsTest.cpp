@@ -91,7 +91,7 @@ TEST(LogLastError, AppendsTheErrorsNumberAndText) {
   LogLastError("F()", 2, "Refused %s\n", "here");
   ASSERT_EQ(received->lines.size(), 1u);
   EXPECT_THAT(received->lines[0], StartsWith("W F(): Refused here; (5) Access "));
-  EXPECT_TRUE(received->lines[0].ends_with('.'));
+  EXPECT_TRUE(received->lines[0].ends_with(". "));  // As the system ends a text on one line.
 }
 
 TEST(LogLastError, OfANumberWithoutATextAppendsTheNumber) {

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string_view>
+
 #include "platform/error.h"
 
 namespace {
@@ -37,6 +39,31 @@ TEST(Module, ExportsItsFunctionsByTheirExactNames) {
     EXPECT_TRUE(GetProcAddress(module, name) == nullptr) << name;
     EXPECT_EQ(GetLastError(), ERROR_PROC_NOT_FOUND) << name;
   }
+}
+
+constexpr DWORD kOfAddress = GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS;
+
+TEST(Module, IsFoundByTheAddressOfItsCode) {
+  HMODULE module;
+  ASSERT_TRUE(GetModuleHandleExA(kOfAddress, &kOfAddress, &module));
+  char own[MAX_PATH] = {};
+  char program[MAX_PATH] = {};
+  const DWORD length = GetModuleFileNameA(module, own, MAX_PATH);
+  EXPECT_GT(length, 0u);
+  EXPECT_EQ(GetModuleFileNameA({}, program, MAX_PATH), length);
+  EXPECT_STREQ(own, program);
+  EXPECT_EQ(std::string_view(own).size(), length);
+  EXPECT_NE(std::string_view(own).find("platform_tests"), std::string_view::npos);
+}
+
+TEST(Module, PathIsCutToTheBuffer) {
+  char whole[MAX_PATH];
+  GetModuleFileNameA({}, whole, MAX_PATH);
+  char path[8];
+  EXPECT_EQ(GetModuleFileNameA({}, path, sizeof path), sizeof path);
+  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  // Windows puts a NUL last, Wine leaves one byte more of the path there.
+  EXPECT_EQ(std::string_view(path, sizeof path - 1), std::string_view(whole, sizeof path - 1));
 }
 
 }  // namespace

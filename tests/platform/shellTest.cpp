@@ -89,4 +89,30 @@ TEST(ErrorText, OfANumberThatIsNoErrorIsMissing) {
   EXPECT_EQ(GetLastError(), ERROR_MR_MID_NOT_FOUND);
 }
 
+constexpr DWORD kOneLine = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM |
+                           FORMAT_MESSAGE_MAX_WIDTH_MASK;
+static_assert(kOneLine == 0x13FF);
+
+TEST(ErrorTextInAnsi, IsTheTextOnOneLine) {
+  for (const DWORD error : {ERROR_SUCCESS, ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE}) {
+    UniqueLocal<char16_t> wide;
+    UniqueLocal<char> narrow;
+    ASSERT_GT(FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, error, 0x400,
+                             wide.put(), 0, nullptr),
+              0u);
+    const DWORD length = FormatMessageA(kOneLine, nullptr, error, 0x400, narrow.put(), 0, nullptr);
+    std::string expected = support::Narrow(wide.get());
+    expected.replace(expected.size() - 2, 2, " ");
+    EXPECT_EQ(std::string(narrow.get()), expected);
+    EXPECT_EQ(length, expected.size());
+  }
+}
+
+TEST(ErrorTextInAnsi, OfANumberWithoutATextIsNone) {
+  UniqueLocal<char> text;
+  EXPECT_EQ(FormatMessageA(kOneLine, nullptr, 0x2FFF1234, 0x400, text.put(), 0, nullptr), 0u);
+  EXPECT_EQ(GetLastError(), ERROR_MR_MID_NOT_FOUND);
+  EXPECT_FALSE(text);
+}
+
 }  // namespace

@@ -52,6 +52,16 @@ TEST_F(Faults, FailFromThatNumberOnWhenTheyPersist) {
   EXPECT_EQ(test::CountedCalls(), (Names{"CreateEventW", "!SetEvent", "!WaitForSingleObject"}));
 }
 
+TEST_F(Faults, FailTheCallsOfOneNameAlone) {
+  test::ArmFaultsOf("SetEvent", ERROR_ACCESS_DENIED);
+  const UniqueEvent event = NewEvent();
+  ASSERT_TRUE(event);
+  EXPECT_FALSE(SetEvent(event.get()));
+  EXPECT_FALSE(SetEvent(event.get()));
+  EXPECT_TRUE(ResetEvent(event.get()));
+  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+}
+
 TEST_F(Faults, EndWhenDisarmedAndKeepTheirCount) {
   test::ArmFaults(1, true, ERROR_GEN_FAILURE);
   EXPECT_FALSE(NewEvent());

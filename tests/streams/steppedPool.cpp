@@ -1,6 +1,7 @@
 #include "tests/streams/steppedPool.h"
 
 #include <condition_variable>
+#include <cstddef>
 #include <cstdlib>
 #include <deque>
 #include <functional>
@@ -39,7 +40,7 @@ Object* Of(Handle handle) {
 }
 
 // No callback of the tests asks which run of it this is.
-const PTP_CALLBACK_INSTANCE kInstance = nullptr;
+constexpr std::nullptr_t kInstance = nullptr;
 
 Object* Add() {
   State& state = The();

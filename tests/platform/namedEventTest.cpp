@@ -1,0 +1,123 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/error.h"
+#include "platform/handles.h"
+#include "platform/raii.h"
+#include "tests/support/machine.h"
+#include "tests/support/process.h"
+
+namespace {
+
+using namespace platform;
+
+constexpr const char* kName = "Local\\Lumenar Test: an event. \xE4";
+
+UniqueEvent Open(bool manualReset, bool initialState) {
+  return UniqueEvent(CreateEventA(nullptr, manualReset, initialState, kName));
+}
+
+DWORD Poll(const UniqueEvent& event) { return WaitForSingleObject(event.get(), 0); }
+
+TEST(NamedEvent, WithoutANameIsAlwaysNew) {
+  const UniqueEvent none(CreateEventA(nullptr, true, true, nullptr));
+  const UniqueEvent empty(CreateEventA(nullptr, true, false, ""));
+  EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+  EXPECT_EQ(Poll(none), WAIT_OBJECT_0);
+  EXPECT_EQ(Poll(empty), WAIT_TIMEOUT);
+}
+
+TEST(NamedEvent, IsNewOnceAndKeepsItsKindAndState) {
+  const support::Machine machine;
+  const UniqueEvent first = Open(true, true);
+  EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+  const UniqueEvent second = Open(false, false);
+  EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+  EXPECT_EQ(Poll(second), WAIT_OBJECT_0);
+  EXPECT_EQ(Poll(second), WAIT_OBJECT_0);
+  ASSERT_TRUE(ResetEvent(second.get()));
+  EXPECT_EQ(Poll(first), WAIT_TIMEOUT);
+}
+
+TEST(NamedEvent, BeginsAnewWhenAllHandlesWereClosed) {
+  const support::Machine machine;
+  Open(true, true).reset();
+  const UniqueEvent again = Open(false, false);
+  EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+  EXPECT_EQ(Poll(again), WAIT_TIMEOUT);
+}
+
+TEST(NamedEvent, OfAutoResetIsConsumedByOneWaitHoweverOftenItWasSet) {
+  const support::Machine machine;
+  const UniqueEvent first = Open(false, false);
+  const UniqueEvent second = Open(false, false);
+  ASSERT_TRUE(SetEvent(first.get()));
+  ASSERT_TRUE(SetEvent(second.get()));
+  EXPECT_EQ(Poll(second), WAIT_OBJECT_0);
+  EXPECT_EQ(Poll(first), WAIT_TIMEOUT);
+}
+
+TEST(NamedEvent, MayBeSetAnyNumberOfTimes) {
+  const support::Machine machine;
+  const UniqueEvent event = Open(true, false);
+  for (int i = 0; i < 10'000; ++i) ASSERT_TRUE(SetEvent(event.get()));
+  EXPECT_EQ(Poll(event), WAIT_OBJECT_0);
+  ASSERT_TRUE(ResetEvent(event.get()));
+  EXPECT_EQ(Poll(event), WAIT_TIMEOUT);
+}
+
+TEST(NamedEvent, SharesItsNameWithNoMutex) {
+  const support::Machine machine;
+  const UniqueMutex mutex(CreateMutexA(nullptr, false, kName));
+  EXPECT_FALSE(Open(true, false));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST(NamedMutex, SharesItsNameWithNoEvent) {
+  const support::Machine machine;
+  const UniqueEvent event = Open(true, false);
+  EXPECT_FALSE(CreateMutexA(nullptr, false, kName));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST(NamedEvent, WithABackslashLeadsNowhere) {
+  const support::Machine machine;
+  EXPECT_FALSE(CreateEventA(nullptr, true, false, "no folder\\of that name"));
+  EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+}
+
+CHILD_BODY(SetsTheEventWhenTold) {
+  const UniqueEvent event = Open(true, false);
+  support::Say(GetLastError() == ERROR_ALREADY_EXISTS ? "exists" : "new");
+  static_cast<void>(support::Hear());
+  SetEvent(event.get());
+  static_cast<void>(support::Hear());
+  return 0;
+}
+
+TEST(NamedEvent, WakesAnotherProcess) {
+  const support::Machine machine;
+  const UniqueEvent event = Open(false, false);
+  support::Process child = support::StartChild("SetsTheEventWhenTold");
+  ASSERT_EQ(child.Hear(), "exists");
+  EXPECT_EQ(Poll(event), WAIT_TIMEOUT);
+  child.Say("set");
+  EXPECT_EQ(WaitForSingleObject(event.get(), INFINITE), WAIT_OBJECT_0);
+  child.Say("end");
+  EXPECT_EQ(child.Wait(), 0);
+}
+
+TEST(NamedEvent, KeepsItsStateAfterTheProcessThatMadeIt) {
+  const support::Machine machine;
+  support::Process child = support::StartChild("SetsTheEventWhenTold");
+  ASSERT_EQ(child.Hear(), "new");
+  const UniqueEvent event = Open(false, false);
+  child.Say("set");
+  child.Say("end");
+  ASSERT_EQ(child.Wait(), 0);
+  EXPECT_EQ(Poll(event), WAIT_OBJECT_0);
+  EXPECT_EQ(Poll(event), WAIT_OBJECT_0);
+}
+
+}  // namespace
