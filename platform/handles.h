@@ -177,9 +177,9 @@ inline constexpr DWORD DUPLICATE_SAME_ACCESS = 2;
                                     std::uintptr_t* target) noexcept;
 
 // A second, independent handle to the same object: each is closed for itself. Of the handle that stands for this
-// process, or for the calling thread, a real one. Null, with false, on failure. ERROR_INVALID_HANDLE: the source is no open handle, or one of the
-// processes no process. On the machine in a folder both processes must be this one (ERROR_ACCESS_DENIED): the host lets
-// nobody reach into another process's handles.
+// process, or for the calling thread, a real one. Null, with false, on failure. ERROR_INVALID_HANDLE: the source is no
+// open handle, or one of the processes no process. On the machine in a folder both processes must be this one
+// (ERROR_ACCESS_DENIED): the host lets nobody reach into another process's handles.
 template <class Kind>
 bool DuplicateHandle(ProcessHandle sourceProcess, HandleOf<Kind> source, ProcessHandle targetProcess,
                      HandleOf<Kind>* target, Only<DWORD{0}>, OnlyFalse, Only<DUPLICATE_SAME_ACCESS>) noexcept {

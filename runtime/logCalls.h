@@ -48,8 +48,8 @@ struct LogCall {
   std::optional<platform::DWORD> lastError;  // Of a LogLastError.
 
   // The text that the format and its arguments make, anew at each call. Behind that of a LogLastError, whose newline at
-  // the end goes, stand the number and the system's text of the error: "; (5) Access is denied. ", as the system gives it on one line. A text that cannot be
-  // formatted (wide text that has no bytes) is empty.
+  // the end goes, stand the number and the system's text of the error: "; (5) Access is denied. ", as the system gives
+  // it on one line. A text that cannot be formatted (wide text that has no bytes) is empty.
   [[nodiscard]] std::string Text() const;
 };
 

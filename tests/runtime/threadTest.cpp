@@ -135,7 +135,8 @@ TEST(TxThread, EndsWhenItsWaitFails) {
   const LogLines lines;
   TxThread thread("Worker");
   Job job = [&] {
-    platform::CloseHandle(platform::EventHandle(thread.Data()->wakeEvent.GetHandle()));
+    const platform::EventHandle event(thread.Data()->wakeEvent.GetHandle());
+    platform::CloseHandle(event);  // closes by hand: the thread finds its event gone
     return true;
   };
   ASSERT_TRUE(Start(thread, job));
@@ -341,7 +342,8 @@ TEST(TxThread, WhoseHandleIsGoneCannotBeJoined) {
   TxThread thread("Worker");
   ASSERT_TRUE(Start(thread, job));
   ASSERT_EQ(thread.GetThreadEvent().Wait(kNoLimit), 0);
-  ASSERT_TRUE(platform::CloseHandle(thread.Data()->thread->handle.release()));
+  const platform::ThreadHandle handle = thread.Data()->thread->handle.release();
+  ASSERT_TRUE(platform::CloseHandle(handle));  // closes by hand: nothing is left to join
   try {
     thread.WaitForStop(kNoLimit);
     ADD_FAILURE() << "joined";
