@@ -192,7 +192,8 @@ TEST(TxMutex, OfAThreadThatDiedIsReportedAsAbandonedAndCountsOne) {
 TEST(TxMutex, WhoseWaitFailsIsReportedWithTheWaitsResult) {
   const TxMutex mutex;
   // Closed behind its back, so that the wait finds no mutex.
-  ASSERT_TRUE(platform::CloseHandle(mutex.Data()->handle.get()));
+  const platform::MutexHandle handle = mutex.Data()->handle.get();
+  ASSERT_TRUE(platform::CloseHandle(handle));  // closes by hand: the mutex finds its handle gone
   const LogLines lines;
   EXPECT_FALSE(mutex.Acquire());
   EXPECT_THAT(lines.All(),
