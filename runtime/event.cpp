@@ -7,7 +7,8 @@
 namespace runtime {
 
 TxEventData::~TxEventData() {
-  if (ownsHandle && handle.value() != 0) platform::CloseHandle(platform::EventHandle(handle.value()));
+  if (!ownsHandle || handle.value() == 0) return;
+  platform::CloseHandle(platform::EventHandle(handle.value()));  // closes by hand: the handle may be another's
 }
 
 TxEvent::TxEvent(bool manualReset, bool initiallySignalled, const char* name)

@@ -151,7 +151,8 @@ bool TxImpersonateSession::Stop() {
 
 void TxImpersonateSession::Reset() {
   Stop();
-  if (userToken) platform::CloseHandle(std::exchange(userToken, platform::TokenHandle()));
+  const platform::TokenHandle token = std::exchange(userToken, platform::TokenHandle());
+  if (token) platform::CloseHandle(token);  // closes by hand: the field is a plain handle
   sessionId = -1;
   userName.SetNarrow("", false);
   impersonating = false;

@@ -73,16 +73,14 @@ std::uint32_t SessionOf(platform::TokenHandle token) {
 // Of the user whom the thread impersonates.
 std::uint32_t SessionOfThread() {
   const platform::ThreadHandle thread = platform::GetCurrentThread();
-  platform::TokenHandle token;
-  if (!platform::OpenThreadToken(thread, platform::TOKEN_QUERY, false, &token)) {
+  platform::UniqueToken token;
+  if (!platform::OpenThreadToken(thread, platform::TOKEN_QUERY, false, token.put())) {
     if (platform::GetLastError() != platform::ERROR_NO_TOKEN) {
       LogLastError(kGetSessionID, 1, "OpenThreadToken(0x%x) failed", static_cast<std::uint32_t>(thread.value()));
     }
     return kNoSession;
   }
-  const std::uint32_t session = SessionOf(token);
-  platform::CloseHandle(token);
-  return session;
+  return SessionOf(token.get());
 }
 
 }  // namespace

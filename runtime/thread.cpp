@@ -118,7 +118,9 @@ void TxThreadData::Detach() {
     return;
   }
   thread->id = 0;
-  if (!platform::CloseHandle(thread->handle.release())) Throw(std::errc::invalid_argument);
+  const platform::ThreadHandle detached = thread->handle.release();
+  const bool closed = platform::CloseHandle(detached);  // closes by hand: the caller hears of a failure
+  if (!closed) Throw(std::errc::invalid_argument);
 }
 
 TxThread::TxThread(std::string name) : data(new TxThreadData(std::move(name), this)) {}

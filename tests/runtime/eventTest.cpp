@@ -83,13 +83,13 @@ TEST(TxEvent, ClosesAHandleThatItOwns) {
     const TxEvent copy(event);
     EXPECT_EQ(copy.GetHandle(), static_cast<std::uint32_t>(handle.value()));
   }
-  EXPECT_FALSE(platform::CloseHandle(handle));
+  EXPECT_FALSE(platform::CloseHandle(handle));  // closes by hand: it is gone already
 }
 
 TEST(TxEvent, LeavesAHandleOpenThatItDoesNotOwn) {
   const platform::EventHandle handle = platform::CreateEventW(nullptr, true, true, nullptr);
   { const TxEvent event(handle, false); }
-  EXPECT_TRUE(platform::CloseHandle(handle));
+  EXPECT_TRUE(platform::CloseHandle(handle));  // closes by hand: the event had let go of it
 }
 
 TEST(WaitAny, GivesTheLowestIndexThatIsSignalled) {
