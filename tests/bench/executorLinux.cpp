@@ -1,6 +1,6 @@
 // What the task executor costs: from `submit` to the callback on an idle pool, next to a bare wake of one thread by
 // another; one more submission from within a callback; and a burst of submissions, next to a plain queue with a mutex
-// and a condition variable.
+// and a condition variable, and to the pools of two libraries.
 //
 //   executor [--runs COUNT]      default 20000 wakes of each, interleaved; a burst for each 1000 of them
 #include <linux/futex.h>
@@ -22,6 +22,7 @@
 
 #include "lib/task/windowsThreadPoolExecutor.h"
 #include "tests/bench/figures.h"
+#include "tests/bench/otherPoolsLinux.h"
 
 namespace {
 
@@ -231,13 +232,19 @@ int main(int argc, char** argv) {
 
   std::vector<double> bursts;
   std::vector<double> plainBursts;
+  std::vector<double> asioBursts;
+  std::vector<double> tbbBursts;
   {
     PlainPool plain;
+    const auto asioPool = bench::NewAsioPool();
+    const auto tbbPool = bench::NewTbbPool();
     std::atomic<unsigned> ran{0};
     const auto task = executor->create([&](void*, void*) { ++ran; });
     for (unsigned run = 0; run < std::max(1U, runs / 1000); ++run) {
       bursts.push_back(Burst(ran, [&] { executor->submit(task, {}, Argument(number)); }));
       plainBursts.push_back(Burst(ran, [&] { plain.Submit([&] { ++ran; }); }));
+      asioBursts.push_back(Burst(ran, [&] { asioPool->Submit([&] { ++ran; }); }));
+      tbbBursts.push_back(Burst(ran, [&] { tbbPool->Submit([&] { ++ran; }); }));
     }
     executor->close(task);
   }
@@ -250,6 +257,8 @@ int main(int argc, char** argv) {
   Print("submission from its own callback, each", "us", chain);
   Print("burst, task executor", "ms", bursts);
   Print("burst, mutex and condition variable", "ms", plainBursts);
+  Print("burst, Asio's thread pool", "ms", asioBursts);
+  Print("burst, oneTBB's arena", "ms", tbbBursts);
   double load[1] = {};
   if (getloadavg(load, 1) == 1) std::printf("load of the machine: %.2f\n", load[0]);
   return 0;
