@@ -1,5 +1,7 @@
 #include "runtime/impersonateSession.h"
 
+#include <algorithm>
+#include <array>
 #include <optional>
 #include <utility>
 
@@ -30,8 +32,9 @@ std::optional<DWORD> ConnectState(DWORD session) {
 }
 
 bool HasUser(DWORD session) {
+  constexpr std::array kWithUser = {platform::WTSActive, platform::WTSDisconnected};
   const std::optional<DWORD> state = ConnectState(session);
-  return state == platform::WTSActive || state == platform::WTSDisconnected;
+  return state && std::ranges::find(kWithUser, *state) != kWithUser.end();
 }
 
 // The token of the user's shell. Serves the process's own session, for whose token only trusted callers may ask.
