@@ -19,6 +19,8 @@ namespace {
 
 LSTATUS ErrorOfHost() { return static_cast<LSTATUS>(ErrorFromHost(errno)); }
 
+constexpr unsigned kManyQuestions = 64;
+
 const char* FileNameOf(HiveId id) { return id == HiveId::User ? "/user.reg" : "/machine.reg"; }
 
 // The file on which the hive's writers hold their lock, and which counts them.
@@ -48,6 +50,7 @@ struct HiveCache {
   [[nodiscard]] bool NobodyHasWritten() const noexcept;
   [[nodiscard]] bool IsCurrent() const;
   [[nodiscard]] LSTATUS Load();
+  void BeginCounting();
   [[nodiscard]] LSTATUS Store(WriteCount& count);
   void Forget() noexcept;
 
@@ -60,8 +63,10 @@ struct HiveCache {
   // a missing file.
   Descriptor file;
   struct stat status = {};
+  // Of no hive while questions are few: a process that only asks a little gets on sooner without.
   WriteCount writes;
   std::uint64_t writesSeen = 0;  // Before the file was last asked.
+  unsigned questions = 0;        // To the host; no longer counted when they are many.
   Key root;
   std::uint64_t revision = 1;
 };
@@ -94,11 +99,14 @@ LSTATUS HiveCache::Refresh(Asked asked) {
     Forget();
     path = std::move(current);
   }
+  if (questions < kManyQuestions && ++questions == kManyQuestions) BeginCounting();
   writesSeen = writes.Now();
   if (IsCurrent()) return ERROR_SUCCESS;
   Forget();
   return Load();
 }
+
+void HiveCache::BeginCounting() { writes = WriteCount(OpenLockFile(path).get()); }
 
 bool HiveCache::NobodyHasWritten() const noexcept {
   return valid && WriteCount::IsSettled(writesSeen) && writes.Now() == writesSeen;
@@ -113,7 +121,7 @@ bool HiveCache::IsCurrent() const {
 
 LSTATUS HiveCache::Load() {
   // Looked for each time: somebody may have cleared away the file that was there.
-  writes = WriteCount(OpenLockFile(path).get());
+  if (questions == kManyQuestions) BeginCounting();
   writesSeen = writes.Now();
   Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!opened && errno != ENOENT) return ErrorOfHost();

@@ -384,7 +384,8 @@ class HiveSharing : public HiveFile {
   HiveSharing() {
     support::SetNumber(Hive::User, kBase, u"v", 1);
     EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, kBase, 0, KEY_READ, key_.put()), 0);
-    EXPECT_EQ(Number(), 1U);
+    // Often: the count is looked at by those alone who ask often.
+    for (int i = 0; i < 200; ++i) EXPECT_EQ(Number(), 1U);
   }
 
   // Through the key that is open all the while.
