@@ -34,15 +34,19 @@ using RemoteHandle = ChannelResource;
 
 UniqueProcess ThisProcess() { return UniqueProcess(Duplicated(GetCurrentProcess())); }
 
-TEST_F(ChannelResource, BeginsWithNoHandles) {
-  const LmIpclibLinkChannelResourceWin resources(true);
-  EXPECT_TRUE(resources.closeHandles);
+void ExpectNoHandles(const LmIpclibLinkChannelResourceWin& resources) {
   EXPECT_FALSE(resources.ownerProcess);
   EXPECT_FALSE(resources.mapping);
   EXPECT_FALSE(resources.dataReadyEvent);
   EXPECT_FALSE(resources.dataConsumedEvent);
   EXPECT_FALSE(resources.errorEvent);
   EXPECT_FALSE(resources.stopEvent);
+}
+
+TEST_F(ChannelResource, BeginsWithNoHandles) {
+  const LmIpclibLinkChannelResourceWin resources(true);
+  EXPECT_TRUE(resources.closeHandles);
+  ExpectNoHandles(resources);
 }
 
 TEST_F(ChannelResource, ClosesItsHandlesWhenItGoes) {
@@ -111,12 +115,7 @@ TEST_F(ChannelResource, HoldsNothingOnceItIsClosed) {
   resources.close();
   EXPECT_EQ(OpenHandles(), before - 5);
   EXPECT_FALSE(resources.closeHandles);
-  EXPECT_FALSE(resources.ownerProcess);
-  EXPECT_FALSE(resources.mapping);
-  EXPECT_FALSE(resources.dataReadyEvent);
-  EXPECT_FALSE(resources.dataConsumedEvent);
-  EXPECT_FALSE(resources.errorEvent);
-  EXPECT_FALSE(resources.stopEvent);
+  ExpectNoHandles(resources);
 }
 
 TEST_F(ChannelResource, ThatIsNotToCloseHoldsNothingOnceItIsClosed) {

@@ -175,39 +175,39 @@ class HoldsTheConnect final : public quill::log::Sink {
   std::promise<void> held, released;
 };
 
-TEST_F(StreamConnect, TellsThePeerThatItGivesUpWhenItIsShutDownBehindTheAcknowledgement) {
-  const auto holds = std::make_shared<HoldsTheConnect>();
-  ipcTrace->attach(holds);
-  auto status = BeginConnect();
-  link->sent.clear();
-  Answer();
-  holds->held.get_future().wait();
-  stream->shutdown();
-  holds->released.set_value();
-  EXPECT_EQ(status.get(), Status::StreamClosed);
-  ipcTrace->removeAllSinks();
-  EXPECT_EQ(link->state(), LmIpclibLink::State::Closed) << "its last stream has gone, so the Shutdown finds no way";
-}
+class StreamShutDownBehindTheAcknowledgement : public StreamFixture {
+ public:
+  // The peer has agreed, and before `connect` returns the stream is shut down.
+  void ConnectAndShutDown() {
+    const auto holds = std::make_shared<HoldsTheConnect>();
+    ipcTrace->attach(holds);
+    auto status = BeginConnect();
+    link->sent.clear();
+    Answer();
+    holds->held.get_future().wait();
+    stream->shutdown();
+    holds->released.set_value();
+    EXPECT_EQ(status.get(), Status::StreamClosed);
+    ipcTrace->removeAllSinks();
+    pool::RunAll();
+  }
+};
 
-TEST_F(StreamConnect, TellsThePeerThatItGivesUpOnALinkThatOthersUse) {
+TEST_F(StreamShutDownBehindTheAcknowledgement, TellsThePeerThatItGivesUp) {
   const auto other = NewAcceptor();
   ASSERT_EQ(link->addStream(other), Status::Success);
-  const auto holds = std::make_shared<HoldsTheConnect>();
-  ipcTrace->attach(holds);
-  auto status = BeginConnect();
-  link->sent.clear();
-  Answer();
-  holds->held.get_future().wait();
-  stream->shutdown();
-  holds->released.set_value();
-  EXPECT_EQ(status.get(), Status::StreamClosed);
-  ipcTrace->removeAllSinks();
-  pool::RunAll();
+  ConnectAndShutDown();
   const auto sent = link->TakeSent();
   ASSERT_EQ(sent.size(), 1u);
   EXPECT_EQ(sent[0]->msgType(), Type::Shutdown);
   EXPECT_EQ(sent[0]->destStreamId(), kPeerId);
   EXPECT_EQ(link->removeStream(other), Status::Success);
+}
+
+TEST_F(StreamShutDownBehindTheAcknowledgement, CannotTellThePeerWhenTheLinkWentWithIt) {
+  ConnectAndShutDown();
+  EXPECT_EQ(link->state(), LmIpclibLink::State::Closed);
+  EXPECT_THAT(link->TakeSentTypes(), IsEmpty());
 }
 
 TEST_F(StreamConnect, OnANewLinkWithoutAConnectorFindsNothing) {

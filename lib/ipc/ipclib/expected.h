@@ -17,7 +17,6 @@ class Expected {
   [[nodiscard]] explicit operator bool() const noexcept { return std::holds_alternative<Value>(outcome_); }
   // REQUIRES: there is one.
   [[nodiscard]] const Value& operator*() const noexcept { return *std::get_if<Value>(&outcome_); }
-  [[nodiscard]] const Value* operator->() const noexcept { return std::get_if<Value>(&outcome_); }
   // Success when there is a value.
   [[nodiscard]] LmIpcStatusCode status() const noexcept {
     const auto* failure = std::get_if<LmIpcStatusCode>(&outcome_);

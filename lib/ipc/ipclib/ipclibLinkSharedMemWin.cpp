@@ -57,8 +57,9 @@ LmIpcStatusCode LmIpclibLinkSharedMemWin::attach(std::uint32_t linkValue, std::u
   setRemoteLinkValue(remoteLinkValue);
   addFlags(peerFlags);
   channelSize_ = channelSize;
-  const LmIpcStatusCode status = openChannels(recvResources, sendResources, peerProcessHandle, errorCode);
-  if (sendChannel_ && recvChannel_ && peerProcess_) {
+  LmIpcStatusCode status = openChannels(recvResources, sendResources, errorCode);
+  if (status == LmIpcStatusCode::Success) {
+    status = keepPeerProcess(peerProcessHandle, errorCode);
     setPeerValue(peerValue);
     addConnectionBits(kPeerTakenFrom);
   }
@@ -68,14 +69,12 @@ LmIpcStatusCode LmIpclibLinkSharedMemWin::attach(std::uint32_t linkValue, std::u
 
 LmIpcStatusCode LmIpclibLinkSharedMemWin::openChannels(const LmIpclibLinkChannelResourceWin& recvResources,
                                                        const LmIpclibLinkChannelResourceWin& sendResources,
-                                                       platform::ProcessHandle peerProcessHandle, unsigned& errorCode) {
+                                                       unsigned& errorCode) {
   sendChannel_ = std::make_shared<LmIpclibLinkChannelSharedMemWin>(linkValue(), flags(), channelSize_);
-  LmIpcStatusCode status = sendChannel_->open(sendResources, errorCode);
+  const LmIpcStatusCode status = sendChannel_->open(sendResources, errorCode);
   if (status != LmIpcStatusCode::Success) return status;
   recvChannel_ = std::make_shared<LmIpclibLinkChannelSharedMemWin>(linkValue(), flags(), channelSize_);
-  status = recvChannel_->open(recvResources, errorCode);
-  if (status != LmIpcStatusCode::Success) return status;
-  return keepPeerProcess(peerProcessHandle, errorCode);
+  return recvChannel_->open(recvResources, errorCode);
 }
 
 LmIpcStatusCode LmIpclibLinkSharedMemWin::keepPeerProcess(platform::ProcessHandle peerProcessHandle,
@@ -98,7 +97,6 @@ LmIpcStatusCode LmIpclibLinkSharedMemWin::start(const std::shared_ptr<task::Task
   if (status != LmIpcStatusCode::Success) {
     Trace(TraceChannel::Link, "- m_state: {}, linkId: {:#x}, status: {}", state(), linkId(), status);
     linkError(lock);
-    return trace.ends(status);
   }
   return trace.ends(status);
 }

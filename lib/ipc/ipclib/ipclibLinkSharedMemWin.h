@@ -25,6 +25,8 @@
 
 namespace quill::ipc {
 
+class TransactionWriter;
+
 class LmIpclibLinkSharedMemWin : public LmIpclibLink {
  public:
   using LmIpclibLink::LmIpclibLink;
@@ -64,8 +66,7 @@ class LmIpclibLinkSharedMemWin : public LmIpclibLink {
                                                         OnSignal onSignal);
   void arm();
   LmIpcStatusCode openChannels(const LmIpclibLinkChannelResourceWin& recvResources,
-                               const LmIpclibLinkChannelResourceWin& sendResources,
-                               platform::ProcessHandle peerProcessHandle, unsigned& errorCode);
+                               const LmIpclibLinkChannelResourceWin& sendResources, unsigned& errorCode);
   LmIpcStatusCode keepPeerProcess(platform::ProcessHandle peerProcessHandle, unsigned& errorCode);
 
   // The callbacks of the waits.
@@ -81,7 +82,7 @@ class LmIpclibLinkSharedMemWin : public LmIpclibLink {
   void beginToStop(State state);
 
   // Moves what fits from `batch` into the transaction, and each message that is all written to `completed`.
-  void pack(class TransactionWriter& transaction, Messages& batch, Messages& completed);
+  void pack(TransactionWriter& transaction, Messages& batch, Messages& completed);
   // Sees to what did not fit. Whether the link may be able to end now.
   bool putBack(Messages& batch, Messages& failed);
 
