@@ -24,9 +24,7 @@ using runtime::RCPtr;
 using runtimeTests::LogLines;
 using testing::ElementsAre;
 using testing::EndsWith;
-using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 
 using Messages = std::vector<RCPtr<LogMessage>>;
 
@@ -169,13 +167,13 @@ TEST(LogMessageCache, MakesABlockMoreForThe101stMessageAndReportsItsSize) {
   const Cache cache;
   runtime::gLogLevel = 6;
   Messages messages = Take(cache.manager, 100);
-  EXPECT_THAT(messages[0]->Text(),
-              MatchesRegex(".* V LogMessageCache::NewMessage\\(\\): Log message cache size is 100\n"));
+  EXPECT_THAT(std::string(messages[0]->Text()),
+              EndsWith(" V LogMessageCache::NewMessage(): Log message cache size is 100\n"));
   for (int i = 1; i < 100; ++i) EXPECT_EQ(messages[static_cast<std::size_t>(i)]->Text(), "");
   EXPECT_EQ(cache.manager->Cache().Blocks(), 1u);
   messages.push_back(cache.New());
-  EXPECT_THAT(messages[100]->Text(),
-              MatchesRegex(".* T LogMessageCache::NewMessage\\(\\): Log message cache size is 200\n"));
+  EXPECT_THAT(std::string(messages[100]->Text()),
+              EndsWith(" T LogMessageCache::NewMessage(): Log message cache size is 200\n"));
   EXPECT_EQ(cache.manager->Cache().Blocks(), 2u);
   EXPECT_THAT(lines.All(), IsEmpty());
 }
@@ -221,10 +219,10 @@ TEST_F(IdleCache, GivesABlockBackThatWasIdleForTenMinutesOneInARun) {
   Take(cache_.manager, 300).clear();
   ASSERT_EQ(Blocks(), 3u);
   RunTimer();
-  clock_.Move(10min - 1ms);
+  clock_.Move(9min);
   RunTimer();
   EXPECT_EQ(Blocks(), 3u);
-  clock_.Move(1ms);
+  clock_.Move(1min);
   runtime::gLogLevel = 6;
   RunTimer();
   EXPECT_EQ(Blocks(), 2u);

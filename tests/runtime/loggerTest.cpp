@@ -25,11 +25,12 @@ using runtime::RCPtr;
 using runtime::TimerOperation;
 using runtimeTests::OwnLogger;
 using runtimeTests::RecordingWriter;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 using testing::SizeIs;
+using testing::StartsWith;
 
 // The log's own lines, as the process's default logger gets them.
 class Routed {
@@ -58,9 +59,9 @@ TEST(LogLine, BeginsWithTheTimeTheThreadTheProcessTheLevelAndTheCaller) {
                              platform::GetCurrentProcessId())
           .value();
   EXPECT_THAT(line, EndsWith(rest));
-  EXPECT_THAT(line.substr(0, line.size() - rest.size()),
-              MatchesRegex("[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]T[0-9][0-9]:[0-9][0-9]:[0-9][0-9]\\.[0-9][0-9]["
-                           "0-9]Z"));
+  std::string shape = line.substr(0, line.size() - rest.size());
+  for (char& unit : shape) unit = unit >= '0' && unit <= '9' ? '0' : unit;
+  EXPECT_EQ(shape, "0000-00-00T00:00:00.000Z");
 }
 
 TEST(LogLine, TellsTheTimeOfTheMachinesClockWithABlank) {
@@ -190,7 +191,8 @@ TEST(Logger, AddsTheTextOfTheErrorToACallThatAsksForIt) {
   platform::SetLastError(platform::ERROR_ACCESS_DENIED);
   runtime::LogLastError("Caller()", 1, "Cannot open %s\n", "it");
   ASSERT_THAT(routed.writer->Lines(), SizeIs(1));
-  EXPECT_THAT(routed.writer->Lines()[0], MatchesRegex("Cannot open it; \\(5\\) .+\n"));
+  EXPECT_THAT(routed.writer->Lines()[0], StartsWith("Cannot open it; (5) "));
+  EXPECT_THAT(routed.writer->Lines()[0], EndsWith("\n"));
 }
 
 TEST(Logger, CutsACallWithAnErrorToItsBuffer) {
@@ -278,7 +280,7 @@ class QueueingWriter : public testing::Test {
   QueueingWriter() {
     writer_->asynchronous = true;
     writer_->threshold = 1'000;
-    writer_->flushIntervalMs = 5'000;
+    writer_->flushIntervalMs = 600'000;
     writer_->batchTimer.Mark(TimerOperation::StartPaused);
   }
   ~QueueingWriter() override {
@@ -370,10 +372,10 @@ TEST_F(QueueingWriter, WritesOut100WhenItsTimeIsOver) {
   Log(150);
   writer_->texts.clear();
   writer_->batchTimer.Mark(TimerOperation::Start);
-  clock_.Move(4'999ms);
+  clock_.Move(9min);
   Log(1);
   EXPECT_THAT(writer_->texts, IsEmpty());
-  clock_.Move(1ms);
+  clock_.Move(1min);
   Log(1);
   EXPECT_EQ(Queued(), 52u);
   EXPECT_THAT(writer_->Lines(), SizeIs(100));
@@ -450,15 +452,16 @@ TEST_F(Trace, TellsHowLongTheScopeTook) {
   {
     FunctionTrace trace(3, "Scope()", own_.logger, "");
     trace.SetTimed(true);
-    clock.Move(1'234ms);
+    clock.Move(1h);
   }
   {
     FunctionTrace trace(3, "Scope()", own_.logger, "text");
     trace.SetTimed(true);
-    clock.Move(5ms);
+    clock.Move(1h);
   }
-  EXPECT_THAT(writer_->Lines(), ElementsAre("Enter\n", MatchesRegex("Exit\\(12[0-9][0-9]ms\\)\n"), "Enter - text\n",
-                                            MatchesRegex("Exit\\([0-9]+ms\\) - text\n")));
+  // An hour, and a moment more.
+  EXPECT_THAT(writer_->Lines(), ElementsAre("Enter\n", AllOf(StartsWith("Exit(36"), EndsWith("ms)\n")),
+                                            "Enter - text\n", AllOf(StartsWith("Exit(36"), EndsWith("ms) - text\n"))));
 }
 
 TEST_F(Trace, TellsHowTheScopeHasEnded) {
