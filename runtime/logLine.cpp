@@ -21,10 +21,11 @@ int FormatTimestamp(char* buffer, int capacity, bool utc) noexcept {
 }
 
 int FormatLinePrefix(char* buffer, int capacity, int level, const char* functionName, bool utc) noexcept {
+  static const platform::DWORD process = platform::GetCurrentProcessId();
   const int timestamp = FormatTimestamp(buffer, capacity, utc);
   return timestamp + SafeFormat(buffer + timestamp, capacity - timestamp,
-                                " <%04X> [%04X] %c %s: ", TxThread::GetCurrentThreadId(),
-                                platform::GetCurrentProcessId(), LogLevelLetter(level), functionName);
+                                " <%04X> [%04X] %c %s: ", TxThread::GetCurrentThreadId(), process,
+                                LogLevelLetter(level), functionName);
 }
 
 }  // namespace runtime

@@ -9,10 +9,7 @@ namespace {
 std::atomic<LoggerManager*> theManager = nullptr;
 
 struct ToDefaultLogger : LogReceiver {
-  void Receive(const LogCall& call) override {
-    const std::lock_guard lock(GlobalLogMutex());
-    GetDefaultLogger()->Send(call);
-  }
+  void Receive(const LogCall& call) override { LoggerManager::Instance().DefaultLogger()->Send(call); }
 };
 
 }  // namespace
