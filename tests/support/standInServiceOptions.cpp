@@ -160,7 +160,7 @@ std::string Usage() {
   return R"(usage: standInService [switches]
 
 Stands in for the service that clients on this machine post commands to, and prints a line for each thing that it takes
-in. Ends with exit code 0 when its standard input ends.
+in. Ends with exit code 0 when its standard input ends; at the line "end", once no link is left.
 
   --guid GUID              the endpoint (default: that of this session's commands)
   --channel-size N         bytes of each channel, 69 or more (default: 65536)

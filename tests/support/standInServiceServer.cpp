@@ -69,7 +69,7 @@ void Server::CarryOut(const Order& order) {
 
 void Server::CommandCame() {
   const std::lock_guard guard(lock_);
-  ++commands_;
+  if (options_.commands && ++commands_ >= *options_.commands) endsOnceIdle_ = true;
   changed_.notify_all();
 }
 
@@ -85,11 +85,15 @@ void Server::InputHasEnded() {
   changed_.notify_all();
 }
 
+void Server::EndOnceIdle() {
+  const std::lock_guard guard(lock_);
+  endsOnceIdle_ = true;
+  changed_.notify_all();
+}
+
 void Server::AwaitEnd() {
   std::unique_lock guard(lock_);
-  changed_.wait(guard, [this] {
-    return inputHasEnded_ || (options_.commands && commands_ >= *options_.commands && liveLinks_ == 0);
-  });
+  changed_.wait(guard, [this] { return inputHasEnded_ || (endsOnceIdle_ && liveLinks_ == 0); });
 }
 
 }  // namespace standIn

@@ -26,7 +26,10 @@ class Server {
 
   // Nobody tells this service anything any more.
   void InputHasEnded();
-  // Until the input has ended, or as many commands have come as were to come, and no link is left.
+  // No more clients will come; those that are here may finish.
+  void EndOnceIdle();
+  // Until the input has ended; or until no link is left, once this has been asked for or as many commands have come as
+  // were to come.
   void AwaitEnd();
 
  private:
@@ -40,6 +43,7 @@ class Server {
   std::mutex lock_;  // Guards what follows, and is never held while a link is made, told or destroyed.
   std::condition_variable changed_;
   bool inputHasEnded_ = false;
+  bool endsOnceIdle_ = false;
   unsigned commands_ = 0;
   int liveLinks_ = 0;
 
