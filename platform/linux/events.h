@@ -28,6 +28,8 @@ class Event final : public WaitableObject {
     if (!manualReset_) Set();
   }
 
+  [[nodiscard]] bool IsManualReset() const noexcept { return manualReset_; }
+
   void Set() noexcept;
   void Reset() noexcept;
 
