@@ -96,4 +96,9 @@ void Server::AwaitEnd() {
   changed_.wait(guard, [this] { return inputHasEnded_ || (endsOnceIdle_ && liveLinks_ == 0); });
 }
 
+void Server::EndLinks() {
+  const std::lock_guard guard(linksLock_);
+  links_.clear();
+}
+
 }  // namespace standIn

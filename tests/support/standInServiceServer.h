@@ -31,6 +31,8 @@ class Server {
   // Until the input has ended; or until no link is left, once this has been asked for or as many commands have come as
   // were to come.
   void AwaitEnd();
+  // Leaves the links that are left, without a word to their clients.
+  void EndLinks();
 
  private:
   void Serve(const support::ConnectRequest& request, support::ConnectReply& reply);
