@@ -209,6 +209,7 @@ TEST_F(LinkCall, ToAnEndpointWhoseOwnerWasKilledFailsAtOnce) {
   support::Process child = support::StartChild("OwnsTheEndpoint");
   ASSERT_EQ(child.Hear(), "listening");
   child.Kill();
+  child.Wait();
   EXPECT_EQ(Call(RequestWithName(u"calc")), RPC_S_SERVER_UNAVAILABLE);
   Listen();
   EXPECT_EQ(Call(RequestWithName(u"calc")), RPC_S_OK) << "another may own it now";
