@@ -1,5 +1,6 @@
 #include "platform/linkCall.h"
 
+#include "platform/windows/guardedCall.h"
 #include "platform/windows/linkTables.h"
 
 namespace platform {
@@ -34,33 +35,65 @@ struct Answer {
 };
 static_assert(sizeof(::HANDLE) == sizeof(std::int64_t));
 
+// What a call is made with.
+struct Arguments {
+  ::RPC_BINDING_HANDLE binding;
+  const LinkRequest& request;
+  ::HANDLE clientPipe;
+  LinkReply& reply;
+  Answer answer = {};
+  RPC_STATUS result = RPC_S_OK;
+};
+
 // The last of the arguments, which both procedures have in common.
 template <class... Front>
-RPC_STATUS Call(std::size_t procedure, LinkReply& reply, Front... front) noexcept {
-  Answer answer;
-  auto& handles = answer.handles;
-  const ::CLIENT_CALL_RETURN result =
-      ::NdrClientCall3(const_cast<::MIDL_STUBLESS_PROXY_INFO*>(&linkTables::proxyInfo),
-                       static_cast<unsigned long>(procedure), nullptr, front..., &reply.channelSize, &reply.linkValue,
-                       &reply.remoteLinkValue, &reply.peerLinkFlags, &handles[0], &handles[1], &handles[2], &handles[3],
-                       &handles[4], &handles[5], &handles[6], &handles[7], &handles[8], &handles[9], &handles[10],
-                       &reply.peerValue, &reply.remoteStreamId, &reply.remoteStreamFlags, &reply.connectStatus);
-  answer.MoveTo(reply);
-  return static_cast<RPC_STATUS>(result.Simple);
+void Call(std::size_t procedure, Arguments& call, Front... front) {
+  auto& handles = call.answer.handles;
+  LinkReply& reply = call.reply;
+  const ::CLIENT_CALL_RETURN result = ::NdrClientCall3(
+      const_cast<::MIDL_STUBLESS_PROXY_INFO*>(&linkTables::proxyInfo), static_cast<unsigned long>(procedure), nullptr,
+      call.binding, front..., &reply.channelSize, &reply.linkValue, &reply.remoteLinkValue, &reply.peerLinkFlags,
+      &handles[0], &handles[1], &handles[2], &handles[3], &handles[4], &handles[5], &handles[6], &handles[7],
+      &handles[8], &handles[9], &handles[10], &reply.peerValue, &reply.remoteStreamId, &reply.remoteStreamFlags,
+      &reply.connectStatus);
+  call.result = static_cast<RPC_STATUS>(result.Simple);
+}
+
+void CallByValues(void* arguments) {
+  auto& call = *static_cast<Arguments*>(arguments);
+  const LinkRequest& request = call.request;
+  Call(linkTables::kByValues, call, request.clientVersion, request.linkId, request.linkFlags, request.streamId,
+       request.streamFlags, request.nameLength, request.streamName, request.channelSizeHint);
+}
+
+void CallByHandles(void* arguments) {
+  auto& call = *static_cast<Arguments*>(arguments);
+  const LinkRequest& request = call.request;
+  Call(linkTables::kByHandles, call, request.clientVersion, request.linkId, request.linkFlags, request.streamId,
+       request.streamFlags, request.streamName, request.channelSizeHint, call.clientPipe);
+}
+
+// The runtime raises what keeps it from making the call.
+RPC_STATUS Guarded(void (*function)(void*), Arguments call) {
+  const unsigned raised = GuardedCall(function, &call);
+  if (raised != 0) return static_cast<RPC_STATUS>(raised);
+  call.answer.MoveTo(call.reply);
+  return call.result;
 }
 
 }  // namespace
 
 RPC_STATUS ConnectLinkByValues(RPC_BINDING_HANDLE binding, const LinkRequest& request, LinkReply& reply) noexcept {
-  return Call(linkTables::kByValues, reply, Native(binding), request.clientVersion, request.linkId, request.linkFlags,
-              request.streamId, request.streamFlags, request.nameLength, request.streamName, request.channelSizeHint);
+  return Guarded(&CallByValues,
+                 {.binding = Native(binding), .request = request, .clientPipe = nullptr, .reply = reply});
 }
 
 RPC_STATUS ConnectLinkByHandles(RPC_BINDING_HANDLE binding, const LinkRequest& request, PipeHandle clientPipe,
                                 LinkReply& reply) noexcept {
-  return Call(linkTables::kByHandles, reply, Native(binding), request.clientVersion, request.linkId, request.linkFlags,
-              request.streamId, request.streamFlags, request.streamName, request.channelSizeHint,
-              reinterpret_cast<::HANDLE>(clientPipe.value()));
+  return Guarded(&CallByHandles, {.binding = Native(binding),
+                                  .request = request,
+                                  .clientPipe = reinterpret_cast<::HANDLE>(clientPipe.value()),
+                                  .reply = reply});
 }
 
 }  // namespace platform

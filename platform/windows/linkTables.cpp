@@ -163,7 +163,7 @@ constexpr void AddProcedure(Bytes<kProcedureStringSize>& text, std::size_t numbe
   const bool sized = procedure[6].type == Type::SizedName;
   const bool sizesOut = !IsBase(procedure[12].type);
   text.Byte(0);     // The binding is an argument.
-  text.Byte(0x68);  // Interpreted; what fails becomes the result.
+  text.Byte(0x48);  // Interpreted.
   text.Long(0);
   text.Short(number);
   text.Short(kStackSize);
@@ -283,10 +283,9 @@ struct ProcedureFormat {
 static_assert(offsetof(ProcedureFormat, parameters) == sizeof(NDR64_PROC_FORMAT) + 8);
 
 constexpr NDR64_UINT32 HeadFlags(const Procedure& procedure) {
-  constexpr NDR64_UINT32 kInterpreted = 0x40, kHandlesExceptions = 0x8000, kServerMustSize = 0x20000,
-                         kClientMustSize = 0x40000, kHasReturn = 0x80000, kServerHasCorrelation = 0x200000,
-                         kHasExtensions = 0x1000000;
-  return kInterpreted | kHandlesExceptions | kClientMustSize | kHasReturn | kHasExtensions |
+  constexpr NDR64_UINT32 kInterpreted = 0x40, kServerMustSize = 0x20000, kClientMustSize = 0x40000,
+                         kHasReturn = 0x80000, kServerHasCorrelation = 0x200000, kHasExtensions = 0x1000000;
+  return kInterpreted | kClientMustSize | kHasReturn | kHasExtensions |
          (IsBase(procedure[12].type) ? 0 : kServerMustSize) |
          (procedure[6].type == Type::SizedName ? kServerHasCorrelation : 0);
 }
@@ -325,9 +324,6 @@ constexpr RPC_SYNTAX_IDENTIFIER kNdr64Syntax{
 void* __RPC_API Allocate(std::size_t size) { return std::malloc(size); }
 void __RPC_API Free(void* memory) { std::free(memory); }
 
-// Both what fails on the way and what fails over there become the result.
-constexpr COMM_FAULT_OFFSETS kFaults[] = {{-1, -1}, {-1, -1}};
-
 RPC_CLIENT_INTERFACE clientInterface{
     .Length = sizeof(RPC_CLIENT_INTERFACE),
     .InterfaceId = kInterface,
@@ -349,7 +345,6 @@ MIDL_STUB_DESC StubDescription() {
   description.fCheckBounds = 1;
   description.Version = 0x60001;
   description.MIDLVersion = 0x8010272;
-  description.CommFaultOffsets = kFaults;
   description.mFlags = 0x2000001;
   description.Reserved4 = const_cast<MIDL_STUBLESS_PROXY_INFO*>(&proxyInfo);
   return description;
