@@ -27,17 +27,27 @@ class LinkCall : public testing::Test {
  protected:
   // A service that notes what it is asked, and answers what the test says.
   void Listen() {
-    service = support::RpcService::Listen(kEndpoint, [this](const support::ConnectRequest& request) {
+    service = support::RpcService::Listen(endpoint, [this](const support::ConnectRequest& request) {
       asked.push_back(request);
       return answer;
     });
   }
   RPC_STATUS Call(const LinkRequest& request) {
-    const Binding binding(kEndpoint);
+    const Binding binding(endpoint);
     return ConnectLinkByValues(binding.get(), request, reply);
   }
 
+  support::Process StartOwner() const {
+    char16_t* text = nullptr;
+    EXPECT_EQ(UuidToStringW(&endpoint, &text), RPC_S_OK);
+    support::Process child = support::StartChild("OwnsTheEndpoint", {support::Narrow(text)});
+    EXPECT_EQ(RpcStringFreeW(&text), RPC_S_OK);
+    EXPECT_EQ(child.Hear(), "listening");
+    return child;
+  }
+
   const support::Machine machine;
+  const GUID endpoint = NewEndpoint();
   std::vector<support::ConnectRequest> asked;  // Its handles are closed.
   support::ConnectReply answer;
   std::unique_ptr<support::RpcService> service;
@@ -68,7 +78,6 @@ TEST_F(LinkCall, CarriesTheRequestUnchanged) {
   CloseAll(reply);
   ASSERT_EQ(asked.size(), 1u);
   EXPECT_EQ(asked[0].procedure, 0u);
-  EXPECT_FALSE(asked[0].authenticated);
   EXPECT_EQ(asked[0].clientVersion, 1);
   EXPECT_EQ(asked[0].linkId, 0x4C00000100000002);
   EXPECT_EQ(static_cast<std::uint32_t>(asked[0].linkFlags), 0x80010000u);
@@ -164,7 +173,7 @@ TEST_F(LinkCall, IsAnsweredOneAtATimeForManyClients) {
 
 TEST_F(LinkCall, OverAnAuthenticatedBindingTellsTheServiceSo) {
   Listen();
-  const Binding binding(kEndpoint);
+  const Binding binding(endpoint);
   ASSERT_EQ(binding.Authenticate(), RPC_S_OK);
   ASSERT_EQ(ConnectLinkByValues(binding.get(), RequestWithName(u"calc"), reply), RPC_S_OK);
   CloseAll(reply);
@@ -174,9 +183,11 @@ TEST_F(LinkCall, OverAnAuthenticatedBindingTellsTheServiceSo) {
 
 // Owns the endpoint, and answers with handles of its own; or ends in the middle of the call.
 CHILD_BODY(OwnsTheEndpoint) {
+  GUID endpoint{};
+  EXPECT_EQ(UuidFromStringW(support::Wide(arguments.at(0)).c_str(), &endpoint), RPC_S_OK);
   const ServedChannel receive;
   const ServedChannel send;
-  const auto service = support::RpcService::Listen(kEndpoint, [&](const support::ConnectRequest& request) {
+  const auto service = support::RpcService::Listen(endpoint, [&](const support::ConnectRequest& request) {
     if (request.streamName == u"die") std::_Exit(0);
     support::ConnectReply answer;
     answer.receive = receive.Lent();
@@ -189,8 +200,7 @@ CHILD_BODY(OwnsTheEndpoint) {
 }
 
 TEST_F(LinkCall, BringsHandlesOfAnotherProcess) {
-  support::Process child = support::StartChild("OwnsTheEndpoint");
-  ASSERT_EQ(child.Hear(), "listening");
+  support::Process child = StartOwner();
   ASSERT_EQ(Call(RequestWithName(u"calc")), RPC_S_OK);
   EXPECT_TRUE(SetEvent(reply.receive.dataReady));
   EXPECT_EQ(WaitForSingleObject(reply.peerProcess, 0), WAIT_TIMEOUT);
@@ -200,15 +210,14 @@ TEST_F(LinkCall, BringsHandlesOfAnotherProcess) {
 }
 
 TEST_F(LinkCall, DuringWhichTheServiceEndsFails) {
-  support::Process child = support::StartChild("OwnsTheEndpoint");
-  ASSERT_EQ(child.Hear(), "listening");
+  support::Process child = StartOwner();
   EXPECT_EQ(Call(RequestWithName(u"die")), RPC_S_CALL_FAILED);
 }
 
 TEST_F(LinkCall, ToAnEndpointWhoseOwnerWasKilledFailsAtOnce) {
-  support::Process child = support::StartChild("OwnsTheEndpoint");
-  ASSERT_EQ(child.Hear(), "listening");
+  support::Process child = StartOwner();
   child.Kill();
+  child.Wait();
   EXPECT_EQ(Call(RequestWithName(u"calc")), RPC_S_SERVER_UNAVAILABLE);
   Listen();
   EXPECT_EQ(Call(RequestWithName(u"calc")), RPC_S_OK) << "another may own it now";
@@ -218,7 +227,7 @@ TEST_F(LinkCall, ToAnEndpointWhoseOwnerWasKilledFailsAtOnce) {
 TEST_F(LinkCall, CannotBeServedTwiceAtOneEndpoint) {
   Listen();
   EXPECT_THROW(static_cast<void>(support::RpcService::Listen(
-                   kEndpoint, [](const support::ConnectRequest&) { return support::ConnectReply(); })),
+                   endpoint, [](const support::ConnectRequest&) { return support::ConnectReply(); })),
                std::system_error);
 }
 
