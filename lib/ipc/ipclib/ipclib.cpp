@@ -188,20 +188,11 @@ std::vector<std::shared_ptr<LmIpclibLink>> LmIpclib::linkList() const {
 }
 
 void LmIpclib::awaitLinks(Lock& lock) {
-  Trace(TraceChannel::Lib, "- Waiting for deferred stops");
   stopCondition_.wait_for(lock, stopTimeout_, [this] { return links.empty(); });
 }
 
 LmIpcStatusCode LmIpclib::uninit() {
   Trace(TraceChannel::Lib, "> state: {}", state());
-  const LmIpcStatusCode status = stopAll();
-  ipcTrace->removeAllSinks();
-  // So this one reaches nobody; that is meant.
-  Trace(TraceChannel::Lib, "< state: {}, status: {}", state(), status);
-  return status;
-}
-
-LmIpcStatusCode LmIpclib::stopAll() {
   Lock lock(mutex);
   state_ = State::Stopping;
   const auto listening = listeners;
@@ -215,6 +206,7 @@ LmIpcStatusCode LmIpclib::stopAll() {
   left.clear();
 
   lock.lock();
+  Trace(TraceChannel::Lib, "- Waiting for deferred stops");
   awaitLinks(lock);
   left = linkList();
   lock.unlock();
@@ -223,9 +215,18 @@ LmIpcStatusCode LmIpclib::stopAll() {
   left.clear();
 
   lock.lock();
+  Trace(TraceChannel::Lib, "- Waiting for deferred stops");
   awaitLinks(lock);
   const LmIpcStatusCode status = links.empty() ? LmIpcStatusCode::Success : LmIpcStatusCode::TimedOut;
-  left = linkList();
+  cutOff(lock);
+  ipcTrace->removeAllSinks();
+  // Hence this one reaches nobody. That is meant.
+  Trace(TraceChannel::Lib, "< state: {}, status: {}", state(), status);
+  return status;
+}
+
+void LmIpclib::cutOff(Lock& lock) {
+  auto left = linkList();
   Links().swap(links);
   SharedLinks().swap(sharedLinks);
   listeners.clear();
@@ -236,7 +237,6 @@ LmIpcStatusCode LmIpclib::stopAll() {
   left.clear();
   lock.lock();
   if (task) task->uninit(lock);
-  return status;
 }
 
 }  // namespace quill::ipc

@@ -111,9 +111,10 @@ class LmIpclib : public std::enable_shared_from_this<LmIpclib> {
   void removeLink(const LmIpclibLink& link);
   void removeSharedLink(const LmIpclibLink& link);
 
-  LmIpcStatusCode stopAll();
   [[nodiscard]] std::vector<std::shared_ptr<LmIpclibLink>> linkList() const;
   void awaitLinks(Lock& lock);
+  // Empties the tables and ends the tasks. Gives the lock up meanwhile.
+  void cutOff(Lock& lock);
 
   const std::chrono::milliseconds stopTimeout_;
   std::atomic<State> state_ = State::Init;          // Changed under the mutex; traces read it without.
