@@ -334,6 +334,14 @@ void LmIpclibStream::shutdown() {
   }
 }
 
+void LmIpclibStream::abandon() {
+  Lock lock(mutex_);
+  const StreamTrace trace(TraceChannel::Stream, *this);
+  setState(State::Closed);
+  const Incoming undelivered = std::exchange(incoming_, {});
+  shutdownStream(lock);
+}
+
 void LmIpclibStream::shutdownStream(Lock& lock) {
   const StreamTrace trace(TraceChannel::Stream, *this);
   auto dispatchTask = std::exchange(dispatchTask_, nullptr);
