@@ -72,6 +72,20 @@ bool CloseHandle(KernelHandle handle) noexcept;
 // its kind and state, or else 0. Null with ERROR_INVALID_HANDLE when the name is that of an object of another kind.
 [[nodiscard]] EventHandle CreateEventA(std::nullptr_t security, bool manualReset, bool initialState,
                                        const char* name) noexcept;
+
+struct SECURITY_ATTRIBUTES {
+  DWORD nLength = 24;
+  void* lpSecurityDescriptor = nullptr;
+  int bInheritHandle = 0;
+};
+static_assert(sizeof(SECURITY_ATTRIBUTES) == 24);
+// The same by the wide name. `security` says who may open a new event; null: as the system sees fit. On the machine in
+// a folder that is its owner, whatever `security` says.
+[[nodiscard]] EventHandle CreateEventW(const SECURITY_ATTRIBUTES* security, bool manualReset, bool initialState,
+                                       const char16_t* name) noexcept;
+inline constexpr DWORD SYNCHRONIZE = 0x100000;
+// The event of that name, good for waiting. Null with ERROR_FILE_NOT_FOUND when there is none.
+[[nodiscard]] EventHandle OpenEventW(Only<SYNCHRONIZE> access, OnlyFalse inheritHandle, const char16_t* name) noexcept;
 bool SetEvent(EventHandle event) noexcept;
 bool ResetEvent(EventHandle event) noexcept;
 

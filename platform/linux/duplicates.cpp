@@ -31,14 +31,13 @@ std::shared_ptr<KernelObject> OpenThisProcess() {
   return process->ended ? std::make_shared<ProcessObject>(process) : nullptr;
 }
 
-// The object behind a handle, or behind a value that stands for this process or for the calling thread.
-std::shared_ptr<KernelObject> Find(std::uintptr_t source) {
-  if (source == kThisProcess.value()) return OpenThisProcess();
-  if (source == kCurrentThread.value()) return FindThread(kCurrentThread);
-  return handleTable::Find(source);
-}
-
 }  // namespace
+
+std::shared_ptr<KernelObject> FindObject(std::uintptr_t value) {
+  if (value == kThisProcess.value()) return OpenThisProcess();
+  if (value == kCurrentThread.value()) return FindThread(kCurrentThread);
+  return handleTable::Find(value);
+}
 
 ProcessHandle GetCurrentProcess() noexcept { return kThisProcess; }
 
@@ -47,7 +46,7 @@ bool DuplicateToValue(ProcessHandle sourceProcess, KernelHandle source, ProcessH
   *target = 0;
   if (FaultInjected("DuplicateHandle")) return false;
   if (!IsThisProcess(sourceProcess) || !IsThisProcess(targetProcess)) return false;
-  auto object = Find(source.value());
+  auto object = FindObject(source.value());
   if (object) *target = handleTable::Add(std::move(object));
   return *target != 0;
 } catch (const std::bad_alloc&) {

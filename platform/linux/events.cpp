@@ -35,6 +35,24 @@ Descriptor OpenFifo(const std::string& path) noexcept {
   return fifo;
 }
 
+// No object's name has a dot in its file's.
+std::string FifoPath(const std::string& path) { return path + ".signal"; }
+
+std::shared_ptr<Event> MakeEvent(Descriptor fifo, namedObjects::Opened opened) {
+  const bool manualReset = opened.kind == namedObjects::Kind::ManualResetEvent;
+  return std::make_shared<Event>(std::move(fifo), manualReset, std::move(opened.file));
+}
+
+// The event of a name that was there. Null, with the last error set, when it is none or cannot be opened.
+std::shared_ptr<Event> Joined(const std::string& path, namedObjects::Opened opened) {
+  if (opened.kind == namedObjects::Kind::Mutex) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return nullptr;
+  }
+  Descriptor fifo = OpenFifo(FifoPath(path));
+  return fifo ? MakeEvent(std::move(fifo), std::move(opened)) : nullptr;
+}
+
 EventHandle AddEvent(std::shared_ptr<Event> event, bool isNew) noexcept {
   if (!event) return {};
   const EventHandle handle(handleTable::Add(std::move(event)));
@@ -60,25 +78,24 @@ std::shared_ptr<Event> Event::Open(std::u16string_view name, bool manualReset, b
   using namedObjects::Kind;
   const std::string path = namedObjects::PathOf(name);
   if (path.empty()) return nullptr;
-  const std::string fifoPath = path + ".signal";  // No object's name has a dot in its file's.
   Descriptor fifo;
   const auto make = [&](const Descriptor&) {
-    fifo = OpenFifo(fifoPath);
+    fifo = OpenFifo(FifoPath(path));
     return static_cast<bool>(fifo);
   };
   auto opened = namedObjects::Open(path, manualReset ? Kind::ManualResetEvent : Kind::AutoResetEvent, make);
   if (!opened) return nullptr;
-  if (opened->kind == Kind::Mutex) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return nullptr;
-  }
-  if (!opened->isNew) fifo = OpenFifo(fifoPath);
-  if (!fifo) return nullptr;
   isNew = opened->isNew;
-  auto event =
-      std::make_shared<Event>(std::move(fifo), opened->kind == Kind::ManualResetEvent, std::move(opened->file));
-  if (isNew && initialState) event->Set();
+  auto event = isNew ? MakeEvent(std::move(fifo), *std::move(opened)) : Joined(path, *std::move(opened));
+  if (event && isNew && initialState) event->Set();
   return event;
+}
+
+std::shared_ptr<Event> Event::OpenExisting(std::u16string_view name) {
+  const std::string path = namedObjects::PathOf(name);
+  if (path.empty()) return nullptr;
+  auto opened = namedObjects::OpenExisting(path);
+  return opened ? Joined(path, *std::move(opened)) : nullptr;
 }
 
 bool Event::TryConsume() noexcept {
@@ -108,6 +125,25 @@ EventHandle CreateEventA(std::nullptr_t, bool manualReset, bool initialState, co
   bool isNew = false;
   auto event = Event::Open(ansi::ToWide(name), manualReset, initialState, isNew);
   return AddEvent(std::move(event), isNew);
+} catch (const std::bad_alloc&) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return {};
+}
+
+EventHandle CreateEventW(const SECURITY_ATTRIBUTES*, bool manualReset, bool initialState, const char16_t* name) noexcept
+    try {
+  if (FaultInjected("CreateEventW")) return {};
+  bool isNew = false;
+  auto event = Event::Open(name, manualReset, initialState, isNew);
+  return AddEvent(std::move(event), isNew);
+} catch (const std::bad_alloc&) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return {};
+}
+
+EventHandle OpenEventW(Only<SYNCHRONIZE>, OnlyFalse, const char16_t* name) noexcept try {
+  if (FaultInjected("OpenEventW")) return {};
+  return AddEvent(Event::OpenExisting(name), true);
 } catch (const std::bad_alloc&) {
   SetLastError(ERROR_NOT_ENOUGH_MEMORY);
   return {};

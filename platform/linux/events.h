@@ -18,12 +18,17 @@ class Event final : public WaitableObject {
   [[nodiscard]] static std::shared_ptr<Event> Open(std::u16string_view name, bool manualReset, bool initialState,
                                                    bool& isNew);
 
+  // The event of that name, if there is one; else null with ERROR_FILE_NOT_FOUND.
+  [[nodiscard]] static std::shared_ptr<Event> OpenExisting(std::u16string_view name);
+
   [[nodiscard]] const char* KindName() const noexcept override { return "Event"; }
   [[nodiscard]] int PollDescriptor() const noexcept override { return counter_.get(); }
   [[nodiscard]] bool TryConsume() noexcept override;
   void Unconsume() noexcept override {
     if (!manualReset_) Set();
   }
+
+  [[nodiscard]] bool IsManualReset() const noexcept { return manualReset_; }
 
   void Set() noexcept;
   void Reset() noexcept;

@@ -34,6 +34,12 @@ HRESULT SetThreadDescription(ThreadHandle handle, const char16_t* description) n
   return E_OUTOFMEMORY;
 }
 
+// No program of this machine comes in a package; a test may say otherwise, by the error that it chooses.
+LONG GetPackageFamilyName(ProcessHandle, UINT*, char16_t*) noexcept {
+  if (FaultInjected("GetPackageFamilyName")) return static_cast<LONG>(GetLastError());
+  return APPMODEL_ERROR_NO_PACKAGE;
+}
+
 template <class Char>
 DWORD CopyPath(const std::basic_string<Char>& whole, Char* path, DWORD size) noexcept {
   if (whole.empty() || size == 0) return 0;
@@ -56,6 +62,7 @@ const Export kExports[] = {
     {kNativeModule, "NtQueryValueKey", reinterpret_cast<ModuleFunction>(&registry::NtQueryValueKey)},
     {kNativeModule, "RtlOpenCurrentUser", reinterpret_cast<ModuleFunction>(&registry::RtlOpenCurrentUser)},
     {kKernelModule, "SetThreadDescription", reinterpret_cast<ModuleFunction>(&SetThreadDescription)},
+    {kKernelModule, "GetPackageFamilyName", reinterpret_cast<ModuleFunction>(&GetPackageFamilyName)},
 };
 
 HMODULE ModuleOfName(const char16_t* name) {
@@ -76,6 +83,13 @@ bool GetModuleHandleExW(DWORD flags, const char16_t* name, HMODULE* module) noex
   *module = ModuleOfName(name);
   if (!*module) SetLastError(ERROR_MOD_NOT_FOUND);
   return static_cast<bool>(*module);
+}
+
+HMODULE GetModuleHandleW(const char16_t* name) noexcept {
+  if (FaultInjected("GetModuleHandleW")) return {};
+  const HMODULE module = ModuleOfName(name);
+  if (!module) SetLastError(ERROR_MOD_NOT_FOUND);
+  return module;
 }
 
 // All code is in one file.

@@ -37,6 +37,14 @@ bool Lock(const Descriptor& file, short type, int command) noexcept {
   return result == 0;
 }
 
+// Whether somebody else holds a lock on the file.
+bool IsHeld(const Descriptor& file) noexcept {
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  return fcntl(file.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
 bool FailedByHost() noexcept {
   SetLastError(ErrorFromHost(errno));
   return false;
@@ -63,6 +71,23 @@ std::string PathOf(std::u16string_view name) {
   }
   const std::string folder = machine::RuntimeFolder("objects");
   return folder.empty() ? std::string() : folder + "/" + fileName;
+}
+
+// Asks before it joins, as a lock on a name that nobody holds would look like an object; and once more behind that, as
+// the last holder may have gone meanwhile.
+std::optional<Opened> OpenExisting(const std::string& path) noexcept {
+  Descriptor file(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+  if (!file) {
+    FailedByHost();
+    return std::nullopt;
+  }
+  if (!IsHeld(file) || !Lock(file, F_RDLCK, F_OFD_SETLKW) || !IsHeld(file)) {
+    SetLastError(ERROR_FILE_NOT_FOUND);
+    return std::nullopt;
+  }
+  const auto kind = detail::ReadKind(file);
+  if (!kind) return std::nullopt;
+  return Opened{std::move(file), false, *kind};
 }
 
 namespace detail {

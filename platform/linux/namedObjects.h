@@ -29,6 +29,9 @@ struct Opened {
 template <class Make>
 [[nodiscard]] std::optional<Opened> Open(const std::string& path, Kind kind, const Make& make);
 
+// Opens the file of a name that somebody holds. Nothing, with ERROR_FILE_NOT_FOUND, when nobody does.
+[[nodiscard]] std::optional<Opened> OpenExisting(const std::string& path) noexcept;
+
 namespace detail {
 enum class Existence : std::uint8_t { New, Existed, Failed };
 [[nodiscard]] Existence Join(const Descriptor& file) noexcept;

@@ -9,37 +9,13 @@
 #include <memory>
 #include <new>
 
-#include "platform/linux/descriptor.h"
 #include "platform/linux/faults.h"
 #include "platform/linux/hostError.h"
-#include "platform/linux/waitable.h"
+#include "platform/linux/pipeObjects.h"
 #include "platform/raii.h"
 
 namespace platform {
 namespace {
-
-class PipeEnd final : public WaitableObject {
- public:
-  PipeEnd(Descriptor end, Descriptor signalled) noexcept : end_(std::move(end)), signalled_(std::move(signalled)) {}
-  [[nodiscard]] const char* KindName() const noexcept override { return "Pipe"; }
-  [[nodiscard]] int PollDescriptor() const noexcept override { return signalled_.get(); }
-  [[nodiscard]] bool TryConsume() noexcept override { return true; }
-  [[nodiscard]] int Get() const noexcept { return end_.get(); }
-
- private:
-  Descriptor end_;
-  Descriptor signalled_;  // Always readable: the end itself is so only when something can be read.
-};
-
-// Null, with the last error set, on failure. May throw std::bad_alloc.
-PipeHandle AddEnd(Descriptor end) {
-  Descriptor signalled(eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK));
-  if (!signalled) {
-    SetLastError(ErrorFromHost(errno));
-    return {};
-  }
-  return PipeHandle(handleTable::Add(std::make_shared<PipeEnd>(std::move(end), std::move(signalled))));
-}
 
 // The host refuses a read from a write end, and a write to a read end, as if the descriptor were closed.
 DWORD ErrorOfTransfer(int hostError) noexcept {
@@ -68,7 +44,21 @@ class NoPipeSignal {
   sigset_t before_{};
 };
 
+PipeHandle AddEnd(Descriptor end) {
+  auto object = PipeEnd::Of(std::move(end));
+  return PipeHandle(object ? handleTable::Add(std::move(object)) : 0);
+}
+
 }  // namespace
+
+std::shared_ptr<PipeEnd> PipeEnd::Of(Descriptor end) {
+  Descriptor signalled(eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!signalled) {
+    SetLastError(ErrorFromHost(errno));
+    return nullptr;
+  }
+  return std::make_shared<PipeEnd>(std::move(end), std::move(signalled));
+}
 
 bool CreatePipe(PipeHandle* readEnd, PipeHandle* writeEnd, std::nullptr_t, Only<DWORD{0}>) noexcept try {
   if (FaultInjected("CreatePipe")) return false;

@@ -34,6 +34,10 @@ class ProcessObject final : public WaitableObject {
   const std::shared_ptr<const WatchedProcess> process_;
 };
 
+// The object behind a handle, or behind a value that stands for this process or for the calling thread. Null, with the
+// last error set, when there is none. May throw std::bad_alloc.
+[[nodiscard]] std::shared_ptr<KernelObject> FindObject(std::uintptr_t value);
+
 // What CreateProcessW does, without the tests' faults. May throw std::bad_alloc.
 [[nodiscard]] bool StartProcess(std::u16string_view commandLine, PROCESS_INFORMATION* information);
 

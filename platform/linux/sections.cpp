@@ -13,23 +13,12 @@
 #include <new>
 #include <utility>
 
-#include "platform/linux/descriptor.h"
 #include "platform/linux/faults.h"
-#include "platform/linux/handleTable.h"
 #include "platform/linux/hostError.h"
+#include "platform/linux/sectionObjects.h"
 
 namespace platform {
 namespace {
-
-class Section final : public KernelObject {
- public:
-  explicit Section(Descriptor memory) noexcept : memory_(std::move(memory)) {}
-  [[nodiscard]] const char* KindName() const noexcept override { return "Section"; }
-  [[nodiscard]] int Get() const noexcept { return memory_.get(); }
-
- private:
-  Descriptor memory_;
-};
 
 // One mapping, unmapped when it goes.
 class View {
@@ -68,11 +57,10 @@ Views& TheViews() {
   return views;
 }
 
-// Sealed, so that no process can take away memory that another has mapped: touching it would end that one.
 Descriptor NewMemory(off_t size) noexcept {
   Descriptor memory(memfd_create("section", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  const bool done = memory && ftruncate(memory.get(), size) == 0 &&
-                    fcntl(memory.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) == 0;
+  const bool done =
+      memory && ftruncate(memory.get(), size) == 0 && fcntl(memory.get(), F_ADD_SEALS, kSectionSeals) == 0;
   if (done) return memory;
   SetLastError(ErrorFromHost(errno));
   return {};

@@ -33,6 +33,23 @@ EventHandle CreateEventA(std::nullptr_t, bool manualReset, bool initialState, co
   return Ours<EventHandle>(::CreateEventA(nullptr, manualReset, initialState, name));
 }
 
+EventHandle CreateEventW(const SECURITY_ATTRIBUTES* security, bool manualReset, bool initialState,
+                         const char16_t* name) noexcept {
+  ::SECURITY_ATTRIBUTES native{};
+  static_assert(sizeof native == sizeof *security);
+  if (security != nullptr) {
+    native.nLength = security->nLength;
+    native.lpSecurityDescriptor = security->lpSecurityDescriptor;
+    native.bInheritHandle = security->bInheritHandle;
+  }
+  return Ours<EventHandle>(::CreateEventW(security != nullptr ? &native : nullptr, manualReset, initialState,
+                                          reinterpret_cast<const wchar_t*>(name)));
+}
+
+EventHandle OpenEventW(Only<DWORD{SYNCHRONIZE}>, OnlyFalse, const char16_t* name) noexcept {
+  return Ours<EventHandle>(::OpenEventW(SYNCHRONIZE, FALSE, reinterpret_cast<const wchar_t*>(name)));
+}
+
 bool SetEvent(EventHandle event) noexcept { return ::SetEvent(Native(event)) != 0; }
 
 bool ResetEvent(EventHandle event) noexcept { return ::ResetEvent(Native(event)) != 0; }

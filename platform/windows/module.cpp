@@ -11,6 +11,10 @@ bool GetModuleHandleExW(DWORD flags, const char16_t* name, HMODULE* module) noex
   return ok;
 }
 
+HMODULE GetModuleHandleW(const char16_t* name) noexcept {
+  return HMODULE(reinterpret_cast<std::uintptr_t>(::GetModuleHandleW(reinterpret_cast<const wchar_t*>(name))));
+}
+
 bool GetModuleHandleExA(DWORD flags, const void* address, HMODULE* module) noexcept {
   ::HMODULE found = nullptr;
   const bool ok = ::GetModuleHandleExA(flags, static_cast<const char*>(address), &found) != FALSE;

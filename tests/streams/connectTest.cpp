@@ -19,7 +19,7 @@ ConnectorStub connectorStub;
 class Connector final : public LmIpclibLinkConnector {
  public:
   LmIpcStatusCode connect(const std::shared_ptr<Executor>&, const std::shared_ptr<LmIpclibStream>& stream,
-                          const std::shared_ptr<LmIpclibLink>&) override {
+                          const std::shared_ptr<LmIpclibLink>&, unsigned&) override {
     stream->setRemote(5, connectorStub.remoteStreamId, StreamFlags(0x00420042));
     return connectorStub.answers;
   }

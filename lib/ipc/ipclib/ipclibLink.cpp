@@ -184,4 +184,12 @@ void LmIpclibLink::shutdown() {
   linkError();
 }
 
+void LmIpclibLink::abandon() {
+  Lock lock(m_lock);
+  const LinkTrace trace(TraceChannel::Link, *this);
+  const auto left = streams;
+  lock.unlock();
+  for (const auto& [id, stream] : left) stream->abandon();
+}
+
 }  // namespace quill::ipc

@@ -105,6 +105,9 @@ class LmIpclibLink : public std::enable_shared_from_this<LmIpclibLink> {
   void close();
   // Ends the link at once: its streams are shut down.
   void shutdown();
+  // Lets go of the streams that are left behind `shutdown`, with what they have not delivered; waits for their
+  // callbacks that run. For the library, when it cannot wait any longer for those to end by themselves.
+  void abandon();
 
   [[nodiscard]] std::uint64_t linkId() const noexcept { return linkId_; }  // Unique in this process; begins 0x4C.
   [[nodiscard]] const platform::GUID& endpoint() const noexcept { return endpoint_; }

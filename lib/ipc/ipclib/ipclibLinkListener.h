@@ -1,4 +1,6 @@
-// Whoever takes the streams that a peer opens on a link.
+// Whoever takes the streams that a peer opens on a link: one way of being reached, of those that a listener has.
+//
+// Threading: any thread.
 #pragma once
 
 #include <functional>
@@ -19,9 +21,16 @@ class LmIpclibLinkListener {
 
   LmIpclibLinkListener(const platform::GUID& endpoint, OnStream onStream)
       : endpoint_(endpoint), onStream_(std::move(onStream)) {}
+  LmIpclibLinkListener(const LmIpclibLinkListener&) = delete;
+  LmIpclibLinkListener& operator=(const LmIpclibLinkListener&) = delete;
+  virtual ~LmIpclibLinkListener() = default;
 
-  // Offers the stream. `onAcceptSendOpenAck` says whether its `accept` tells the peer.
-  LmIpcStatusCode connectStream(const std::shared_ptr<LmIpclibStream>& stream, bool onAcceptSendOpenAck) const;
+  // Offers the stream. `onAcceptSendOpenAck` says whether its `accept` tells the peer. The result is that of the
+  // reaction; without one std::bad_function_call is thrown.
+  virtual LmIpcStatusCode connectStream(const std::shared_ptr<LmIpclibStream>& stream, bool onAcceptSendOpenAck) const;
+
+  // Ends what the way of being reached holds open. One that only takes what its links hand it holds nothing.
+  virtual LmIpcStatusCode close() { return LmIpcStatusCode::Success; }
 
  private:
   const platform::GUID endpoint_;

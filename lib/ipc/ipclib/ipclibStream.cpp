@@ -176,10 +176,10 @@ LmIpcStatusCode LmIpclibStream::connectNewLink(StreamFlags flags, const std::sha
                                                const std::shared_ptr<task::TaskExecutor>& executor) {
   StreamTrace trace(TraceChannel::Stream, *this);
   const auto connector = createLinkConnector(flags);
+  unsigned errorCode = 0;
   LmIpcStatusCode status =
-      connector ? connector->connect(executor, shared_from_this(), link) : LmIpcStatusCode::NotFound;
+      connector ? connector->connect(executor, shared_from_this(), link, errorCode) : LmIpcStatusCode::NotFound;
   if (status == LmIpcStatusCode::Success) {
-    unsigned errorCode = 0;
     status = link->start(executor, errorCode);
   } else {
     link->linkError();
@@ -332,6 +332,14 @@ void LmIpclibStream::shutdown() {
   } else if (state() == State::Connecting || state() == State::Connected || isClosing(CloseState::LocalClose)) {
     closeStream(lock);
   }
+}
+
+void LmIpclibStream::abandon() {
+  Lock lock(mutex_);
+  const StreamTrace trace(TraceChannel::Stream, *this);
+  setState(State::Closed);
+  const Incoming undelivered = std::exchange(incoming_, {});
+  shutdownStream(lock);
 }
 
 void LmIpclibStream::shutdownStream(Lock& lock) {

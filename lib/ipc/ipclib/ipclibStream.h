@@ -102,6 +102,9 @@ class LmIpclibStream : public std::enable_shared_from_this<LmIpclibStream> {
 
   // Ends the conversation at once, without a word to the peer. A stream that the peer has closed stays as it is.
   void shutdown();
+  // For the link, when nobody will run the callback any more: what is not delivered never is, nor is the empty message.
+  // Waits for a callback that runs.
+  void abandon();
 
   [[nodiscard]] std::uint64_t streamId() const noexcept { return streamId_; }  // Unique in this process; begins 0x53.
   // 0 until the peer has answered.

@@ -1,8 +1,12 @@
 #include "lib/ipc/ipclib/linkConnector.h"
 
+#include "lib/ipc/ipclib/linkConnectorRpcWin.h"
+
 namespace quill::ipc {
 
-// No way to a service stands yet.
-std::unique_ptr<LmIpclibLinkConnector> createLinkConnector(StreamFlags) { return nullptr; }
+std::unique_ptr<LmIpclibLinkConnector> createLinkConnector(StreamFlags flags) {
+  if (!flags.has(LmIpclibStreamFlag::ByConnector)) return nullptr;
+  return std::make_unique<LmIpclibLinkConnectorRpcWin>(flags.has(LmIpclibStreamFlag::SystemHandles));
+}
 
 }  // namespace quill::ipc

@@ -20,10 +20,11 @@ class LmIpclibLinkConnector {
   virtual ~LmIpclibLinkConnector() = default;
 
   // Asks the service for the stream, attaches the link to what the service answers, and tells the stream its remote
-  // end. The link is in Connecting, and no lock is held.
+  // end. The link is in Connecting, and no lock is held. `errorCode` gets the last status of the RPC runtime, or error
+  // of the system.
   virtual LmIpcStatusCode connect(const std::shared_ptr<task::TaskExecutor>& executor,
                                   const std::shared_ptr<LmIpclibStream>& stream,
-                                  const std::shared_ptr<LmIpclibLink>& link) = 0;
+                                  const std::shared_ptr<LmIpclibLink>& link, unsigned& errorCode) = 0;
 };
 
 // The connector that suits the flags; null when none does.

@@ -1,0 +1,118 @@
+#include "platform/linux/passedObjects.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <string>
+#include <string_view>
+
+#include "platform/error.h"
+#include "platform/linux/events.h"
+#include "platform/linux/pipeObjects.h"
+#include "platform/linux/processes.h"
+#include "platform/linux/sectionObjects.h"
+
+namespace platform::passedObjects {
+namespace {
+
+// What the host calls the file behind a descriptor.
+std::string HostName(const Descriptor& descriptor) {
+  std::array<char, 64> name{};
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor.get());
+  const ssize_t length = readlink(link.c_str(), name.data(), name.size());
+  return {name.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
+}
+
+bool IsFifo(const Descriptor& descriptor, int access) {
+  struct stat status {};
+  return fstat(descriptor.get(), &status) == 0 && S_ISFIFO(status.st_mode) &&
+         (fcntl(descriptor.get(), F_GETFL) & O_ACCMODE) == access;
+}
+
+// A section that can still shrink would end whoever has it mapped.
+bool IsSection(const Descriptor& descriptor) {
+  struct stat status {};
+  const int seals = fcntl(descriptor.get(), F_GET_SEALS);
+  return seals >= 0 && (seals & kSectionSeals) == kSectionSeals &&
+         (seals & (F_SEAL_WRITE | F_SEAL_FUTURE_WRITE)) == 0 &&
+         (fcntl(descriptor.get(), F_GETFL) & O_ACCMODE) == O_RDWR && fstat(descriptor.get(), &status) == 0 &&
+         status.st_size > 0;
+}
+
+// One that blocks would hold up whoever looks at it.
+bool IsEvent(const Descriptor& descriptor) {
+  const int flags = fcntl(descriptor.get(), F_GETFL);
+  return flags >= 0 && (flags & O_NONBLOCK) != 0 &&
+         (HostName(descriptor) == "anon_inode:[eventfd]" || IsFifo(descriptor, O_RDWR));
+}
+
+// The process's number, when the descriptor is that of a process.
+std::optional<pid_t> ProcessOf(const Descriptor& descriptor) {
+  constexpr std::string_view kField = "\nPid:\t";
+  const Descriptor file(open(("/proc/self/fdinfo/" + std::to_string(descriptor.get())).c_str(), O_RDONLY | O_CLOEXEC));
+  std::array<char, 512> text{};
+  const ssize_t length = file ? read(file.get(), text.data(), text.size()) : -1;
+  if (length <= 0) return std::nullopt;
+  const std::string_view information(text.data(), static_cast<std::size_t>(length));
+  const std::size_t field = information.find(kField);
+  if (field == information.npos) return std::nullopt;
+  pid_t id = 0;
+  const char* const number = information.data() + field + kField.size();
+  const bool read = std::from_chars(number, information.data() + information.size(), id).ec == std::errc();
+  return read ? std::optional(id) : std::nullopt;
+}
+
+std::shared_ptr<KernelObject> ReceiveProcess(Descriptor descriptor) {
+  const auto id = ProcessOf(descriptor);
+  if (!id) return nullptr;
+  auto process = std::make_shared<WatchedProcess>();
+  process->id = *id;
+  process->ended = std::move(descriptor);
+  return std::make_shared<ProcessObject>(std::move(process));
+}
+
+}  // namespace
+
+std::optional<Passed> Pass(std::uintptr_t handle) {
+  auto object = FindObject(handle);
+  if (!object) return std::nullopt;
+  if (const auto* section = dynamic_cast<const Section*>(object.get())) {
+    return Passed{Kind::Section, std::move(object), section->Get()};
+  }
+  if (const auto* event = dynamic_cast<const Event*>(object.get())) {
+    const Kind kind = event->IsManualReset() ? Kind::ManualResetEvent : Kind::AutoResetEvent;
+    return Passed{kind, std::move(object), event->PollDescriptor()};
+  }
+  if (const auto* process = dynamic_cast<const ProcessObject*>(object.get())) {
+    return Passed{Kind::Process, std::move(object), process->PollDescriptor()};
+  }
+  if (const auto* pipe = dynamic_cast<const PipeEnd*>(object.get())) {
+    return Passed{Kind::Pipe, std::move(object), pipe->Get()};
+  }
+  SetLastError(ERROR_INVALID_HANDLE);
+  return std::nullopt;
+}
+
+std::shared_ptr<KernelObject> Receive(Kind kind, Descriptor descriptor) {
+  switch (kind) {
+    case Kind::None: break;
+    case Kind::Section:
+      if (IsSection(descriptor)) return std::make_shared<Section>(std::move(descriptor));
+      break;
+    case Kind::AutoResetEvent:
+    case Kind::ManualResetEvent:
+      if (IsEvent(descriptor)) return std::make_shared<Event>(std::move(descriptor), kind == Kind::ManualResetEvent);
+      break;
+    case Kind::Process: return ReceiveProcess(std::move(descriptor));
+    case Kind::Pipe:
+      if (IsFifo(descriptor, O_RDONLY)) return PipeEnd::Of(std::move(descriptor));
+      break;
+  }
+  return nullptr;
+}
+
+}  // namespace platform::passedObjects

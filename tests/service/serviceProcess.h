@@ -1,0 +1,101 @@
+// The stand-in of the service as a process, and what reaches it from this one through the library.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/service/servedClients.h"
+#include "tests/support/machine.h"
+#include "tests/support/process.h"
+
+namespace service {
+
+inline constexpr auto kPlain = StreamFlags(0x09);
+inline constexpr auto kAuthenticated = StreamFlags(0x109);
+
+inline std::string ServiceProgram() {
+  return support::Beside("standInService" + std::filesystem::path(support::OwnPath()).extension().string());
+}
+
+// One that serves streams::kEndpoint.
+class ServiceProcess {
+ public:
+  explicit ServiceProcess(std::vector<std::string> switches = {}) : process_(Started(std::move(switches))) {}
+
+  [[nodiscard]] std::string Next() { return process_.Hear(); }
+  void AwaitReady() { EXPECT_EQ(Next(), "ready " + standIn::GuidText(streams::kEndpoint)); }
+  // Past what it prints until the client's side of the link has come up.
+  void AwaitConnected() {
+    EXPECT_THAT(Next(), testing::StartsWith("connect stream talk procedure "));
+    EXPECT_THAT(Next(), testing::StartsWith("asks version 1 "));
+    EXPECT_THAT(Next(), testing::StartsWith("connected link "));
+  }
+  void Say(const std::string& line) { process_.Say(line); }
+  void Kill() { process_.Kill(); }
+  // Closes its input.
+  int Wait() { return process_.Wait(); }
+  [[nodiscard]] std::string RestOfOutput() { return process_.RestOfOutput(); }
+  [[nodiscard]] std::string ErrorOutput() { return process_.ErrorOutput(); }
+
+ private:
+  static support::Process Started(std::vector<std::string> switches) {
+    switches.insert(switches.begin(), {"--guid", standIn::GuidText(streams::kEndpoint)});
+    return support::Process({.program = ServiceProgram(), .arguments = std::move(switches), .environment = {}});
+  }
+
+  support::Process process_;
+};
+
+// A stream of a new link, to whoever serves the endpoint.
+class Caller {
+ public:
+  Caller() = default;
+  Caller(const Caller&) = delete;
+  Caller& operator=(const Caller&) = delete;
+  ~Caller() {
+    if (link) link->shutdown();
+    AwaitClosed();
+  }
+
+  Status Connect(StreamFlags flags = kPlain, std::u16string name = u"talk") {
+    link = std::make_shared<OpenLink>([](LmIpclibLink&) {}, [this](LmIpclibLink&) { closed_.Give(); });
+    stream = std::make_shared<LmIpclibStream>(streams::kEndpoint, std::move(name), flags, executor.Share(),
+                                              heard.Callback());
+    EXPECT_EQ(link->connecting(), Status::Success);
+    const Status status = stream->connect(flags, nullptr, link);
+    return status == Status::Success ? stream->completeConnect() : status;
+  }
+  void Send(std::string text) {
+    const auto kept = std::make_shared<const std::string>(std::move(text));
+    EXPECT_EQ(stream
+                  ->send({}, static_cast<std::uint32_t>(kept->size()), kept->data(),
+                         [kept](Status, const std::shared_ptr<LmIpclibMsg>&) {})
+                  .status(),
+              Status::Success);
+  }
+  void AwaitClosed() {
+    if (link && !std::exchange(closedAwaited_, true)) closed_.Await();
+  }
+
+  task::Executor executor;
+  Heard heard;
+  std::shared_ptr<OpenLink> link;
+  std::shared_ptr<LmIpclibStream> stream;
+
+ private:
+  support::Signal closed_;
+  bool closedAwaited_ = false;
+};
+
+class ServiceOfItsOwn : public testing::Test {
+ protected:
+  support::Machine machine;
+};
+
+}  // namespace service
