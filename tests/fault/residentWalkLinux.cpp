@@ -1,6 +1,8 @@
 // Resident helpers whose calls fail, from their start to their end. The launcher beside them is this process: its calls
 // do not fail, and to start one for each failure of the helper would take longer than all the rest.
 #include "launcher/launchUrl.h"
+#include "platform/raii.h"
+#include "platform/registry.h"
 #include "tests/fault/faultWalkLinux.h"
 #include "tests/support/machine.h"
 
@@ -21,6 +23,19 @@ class Resident : public FaultWalk {
     return {.ending = std::move(ending), .log = machine.LogTexts()};
   }
 };
+
+bool UserHas(const char16_t* path) {
+  platform::UniqueKey key;
+  platform::RegOpenKeyExW(platform::HKEY_CURRENT_USER, path, 0, platform::KEY_READ, key.put());
+  return bool(key);
+}
+
+// A start that fails at its window does not undo what it has registered.
+void ExpectRegistrationsOfAFailedStart(const Outcome& outcome) {
+  if (outcome.ending.FirstFailedCall() != "CreateWindowExW") return;
+  EXPECT_TRUE(UserHas(u"Software\\Classes\\walked\\shell\\open\\command"));
+  EXPECT_TRUE(UserHas(u"Software\\Classes\\tavrix-prism-url-launch\\shell\\open\\command"));
+}
 
 Texts Behind(const std::string& first, Texts texts) {
   texts.insert(texts.begin(), first);
@@ -50,6 +65,7 @@ TEST_P(Resident, FromStartToEnd) {
   Walk(machine, promise, [&](const Fault& fault) {
     Outcome outcome = Live(machine, fault);
     EXPECT_TRUE(MutexIsFree());
+    ExpectRegistrationsOfAFailedStart(outcome);
     return outcome;
   });
 }
