@@ -106,6 +106,11 @@ bool FaultInjected(const char* call) noexcept {
   return fails;
 }
 
+DWORD PatienceFor(DWORD milliseconds) noexcept {
+  static const bool patient = std::getenv("LUMENAR_FAIL_AT") != nullptr;
+  return patient ? std::max<DWORD>(milliseconds, 60'000) : milliseconds;
+}
+
 std::optional<SYSTEMTIME> TimeSetByTest() noexcept {
   TestTime& time = TheTestTime();
   const std::lock_guard guard(time.lock);

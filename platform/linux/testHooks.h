@@ -25,7 +25,7 @@ void DisarmFaults();
 // A process started with LUMENAR_FAIL_AT in its environment ("7" once, "7+" from there on, "0" counts) arms itself
 // before its first call. The call that LUMENAR_FAIL_SPARES names is counted, but does not fail. When the process ends
 // by exit or by return from its entry, it writes its counted calls, an empty line, and the kinds of its live handles,
-// one a line, to the file that LUMENAR_FAULT_REPORT names.
+// one a line, to the file that LUMENAR_FAULT_REPORT names. It waits at least a minute for the answer to a message.
 
 // Sets the local time; nothing gives the real clock back.
 void SetLocalTime(std::optional<SYSTEMTIME> time);

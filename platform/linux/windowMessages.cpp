@@ -81,7 +81,7 @@ bool PostMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam) noexc
 LRESULT SendMessageTimeoutW(HWND window, UINT message, WPARAM wParam, LPARAM lParam, UINT, UINT milliseconds,
                             std::uintptr_t* result) noexcept try {
   if (FaultInjected("SendMessageTimeoutW")) return 0;
-  const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
+  const auto deadline = Clock::now() + std::chrono::milliseconds(PatienceFor(milliseconds));
   LRESULT answer = 0;
   if (const auto own = windowTable::OwnWindow(window); own && IsOfThisThread(*own)) {
     answer = CallProcedure(*own, message, wParam, lParam);
