@@ -18,8 +18,8 @@ constexpr auto kNoLimit = std::chrono::milliseconds::max();
 class Connector final : public LmIpclibLinkConnector {
  public:
   LmIpcStatusCode connect(const std::shared_ptr<quill::task::TaskExecutor>&,
-                          const std::shared_ptr<LmIpclibStream>& stream,
-                          const std::shared_ptr<LmIpclibLink>& link) override {
+                          const std::shared_ptr<LmIpclibStream>& stream, const std::shared_ptr<LmIpclibLink>& link,
+                          unsigned&) override {
     return Service::Current().Connect(stream, link);
   }
 };
