@@ -167,13 +167,6 @@ void Service::AwaitLinksClosed() {
   for (; linksAwaited_ < links_.size(); ++linksAwaited_) linkClosed_.Await();
 }
 
-void Service::Forget() {
-  const std::lock_guard lock(mutex_);
-  links_.clear();
-  wires_.clear();
-  linksAwaited_ = 0;
-}
-
 }  // namespace library
 
 namespace quill::ipc {
