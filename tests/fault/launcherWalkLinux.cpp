@@ -81,7 +81,17 @@ TEST_P(Launcher, OnTheClientRoad) {
 }
 
 TEST_P(Launcher, OnTheAgentRoad) {
-  const Texts all = Without(LaunchTexts(), 3);
+  Texts all = Without(LaunchTexts(), 3);
+  all.push_back("RdeCmdClient::PostRedirectionRequest: Post redirection " + AppPath() + " to rdeServer.");
+  all.push_back("Try to connect guid: FFFFFFFE-EC5E-4088-B123-80B4AE233D0B.");
+  // The last one of the texts: in the end nobody listens.
+  const auto endsWith = [all](std::size_t count, const std::string& last) {
+    Texts texts(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(count));
+    texts.push_back("RdeCmdClient::PostRdeCmdRequest: " + last);
+    return texts;
+  };
+  const Texts noConnection = endsWith(5, "Failed to connect the rdeServer, error = 1.");
+  all = endsWith(5, "Failed to connect the rdeServer, error = 10.");
   const std::string dropped = "SendMessageToRedirectUriToClient: Do not redirect the app path '" + AppPath() + "'";
   const std::string refused = "Do not redirect the app path: '" + AppPath() + "'.";
   WalkLauncher(u"Agent", {LaunchUrl(AppPath())},
@@ -105,7 +115,24 @@ TEST_P(Launcher, OnTheAgentRoad) {
                            {"FindWindowW#2", Without(all, 1)},
                            {"SendMessageTimeoutW#2", Without(all, 1)},
                            {"FindWindowW#3", Without(all, 2)},
-                           {"SendMessageTimeoutW#3", Without(all, 2)}}});
+                           {"SendMessageTimeoutW#3", Without(all, 2)},
+                           // The post. A stream without a name, and a service that does not say that it listens, are
+                           // asked for all the same.
+                           {"FindWindowW#4", Without(all, 3)},
+                           {"SendMessageTimeoutW#4", Without(all, 3)},
+                           {"UuidFromStringW#1", endsWith(4, "Failed to generate GUID from string.")},
+                           {"ProcessIdToSessionId#1", endsWith(4, "Failed to initialize endpoint GUID.")},
+                           {"FindWindowW#5", Without(all, 4)},
+                           {"SendMessageTimeoutW#5", Without(all, 4)},
+                           {"CreateThreadpoolCleanupGroup#1", noConnection},
+                           {"StringFromGUID2#2", noConnection},
+                           {"RpcStringBindingComposeW#1", noConnection},
+                           {"RpcBindingFromStringBindingW#1", noConnection},
+                           {"RpcBindingSetObject#1", noConnection},
+                           {"RpcBindingSetAuthInfoExW#1", noConnection},
+                           {"NdrClientCall3#1", noConnection},
+                           {"FindWindowW#6", Without(all, 5)},
+                           {"SendMessageTimeoutW#6", Without(all, 5)}}});
 }
 
 TEST_P(Launcher, RefusingWhatIsNoAppPath) {

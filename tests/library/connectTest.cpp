@@ -284,7 +284,8 @@ TEST_F(LibraryLinks, ThatEndWhileAStreamOpensAreReplaced) {
   Start();
   const auto first = Connected();
   const auto ending = NewestLink();
-  service.opens = [&] {
+  // Which may still be at it when the test is through.
+  service.opens = [ending] {
     ending->shutdown();
     return Status::AccessDenied;
   };

@@ -18,8 +18,8 @@ constexpr auto kNoLimit = std::chrono::milliseconds::max();
 class Connector final : public LmIpclibLinkConnector {
  public:
   LmIpcStatusCode connect(const std::shared_ptr<quill::task::TaskExecutor>&,
-                          const std::shared_ptr<LmIpclibStream>& stream,
-                          const std::shared_ptr<LmIpclibLink>& link) override {
+                          const std::shared_ptr<LmIpclibStream>& stream, const std::shared_ptr<LmIpclibLink>& link,
+                          unsigned&) override {
     return Service::Current().Connect(stream, link);
   }
 };
@@ -165,13 +165,6 @@ void Service::CloseStreams() {
 
 void Service::AwaitLinksClosed() {
   for (; linksAwaited_ < links_.size(); ++linksAwaited_) linkClosed_.Await();
-}
-
-void Service::Forget() {
-  const std::lock_guard lock(mutex_);
-  links_.clear();
-  wires_.clear();
-  linksAwaited_ = 0;
 }
 
 }  // namespace library

@@ -71,8 +71,6 @@ class Service {
   void CloseStreams();
   // Until the service's ends of all links are closed.
   void AwaitLinksClosed();
-  // Lets go of the links, which are closed, and of what they were made of.
-  void Forget();
 
   // ---- For the stand-ins. ----
 

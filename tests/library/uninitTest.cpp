@@ -160,20 +160,22 @@ TEST_F(LibraryUninit, EndsAConnectThatIsUnderWay) {
   EXPECT_EQ(waited, Status::InvalidState);
 }
 
-TEST_F(LibraryUninit, LeavesNoHandleOpen) {
-  const auto whole = [this] {
-    Start();
-    const auto stream = Connected();
-    EXPECT_EQ(Send(stream, "x"), Status::Success);
-    EXPECT_EQ(stream->close(kNoTimer), Status::Success);
+TEST(LibraryThatHasEnded, LeavesNoHandleOpen) {
+  const auto whole = [] {
+    Service service;
+    Hearer heard;
+    const auto library = std::make_shared<OpenLibrary>();
+    ASSERT_EQ(library->init(0), Status::Success);
+    const auto stream = library->connect(kEndpoint, u"talk", kShared, heard.Callback(), 0, nullptr);
+    ASSERT_TRUE(stream);
+    EXPECT_EQ((*stream)->completeConnect(), Status::Success);
+    EXPECT_EQ(Library::Send(*stream, "x"), Status::Success);
+    EXPECT_EQ((*stream)->close(kNoTimer), Status::Success);
     EXPECT_EQ(library->uninit(), Status::Success);
-    service.AwaitLinksClosed();
   };
   whole();  // The pool keeps what it needs from the first time on.
-  service.Forget();
   const std::size_t before = ipcTests::OpenHandles();
   whole();
-  service.Forget();
   EXPECT_EQ(ipcTests::OpenHandles(), before);
 }
 

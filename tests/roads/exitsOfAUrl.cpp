@@ -1,6 +1,9 @@
 // What becomes of the text behind the launch prefix, by origin, text and rules.
 #include <gmock/gmock.h>
 
+#include "platform/format.h"
+#include "platform/handles.h"
+#include "platform/session.h"
 #include "tests/roads/roadMachine.h"
 
 namespace roads {
@@ -11,6 +14,17 @@ using testing::IsEmpty;
 
 constexpr const char* kEnabled = "CheckAppPathSettings: Url Redirection is enabled.\n";
 
+// What a post logs where no service listens: it was tried, and at which endpoint.
+Texts Posted(const std::string& url, Texts before = {}) {
+  platform::DWORD session = 0;
+  EXPECT_TRUE(platform::ProcessIdToSessionId(platform::GetCurrentProcessId(), &session));
+  const auto endpoint = platform::FormatNarrow("Try to connect guid: %08X-EC5E-4088-B123-80B4AE233D0B.\n", ~session);
+  before.push_back("RdeCmdClient::PostRedirectionRequest: Post redirection " + url + " to rdeServer.\n");
+  before.push_back(endpoint.value_or(""));
+  before.push_back("RdeCmdClient::PostRdeCmdRequest: Failed to connect the rdeServer, error = 10.\n");
+  return before;
+}
+
 struct Exit {
   const char16_t* origin;
   const char16_t* text;
@@ -19,71 +33,72 @@ struct Exit {
   const char16_t* client;  // The remote client's URL, null where none is started.
 };
 
-const Exit kExits[] = {
-    // Posted: what the service is sent is its own test's matter. Here it shows that nothing is dropped or started.
-    {u"Agent",
-     u"apppathrd/path=a/b",
-     u"path=a",
-     {kEnabled, "Match the rule path=a successfully.\n", "Redirect the app path: 'apppathrd/path=a/b'.\n"},
-     nullptr},
-    {u"Agent",
-     u"apppathrd/path=a/b",
-     u"path=x",
-     {kEnabled, "Do not redirect the app path: 'apppathrd/path=a/b'.\n",
-      "SendMessageToRedirectUriToClient: Do not redirect the app path 'apppathrd/path=a/b'\n"},
-     nullptr},
-    {u"Agent",
-     u"apppathrd/path=a/b",
-     u"",
-     {kEnabled, "Do not redirect the app path: 'apppathrd/path=a/b'.\n",
-      "SendMessageToRedirectUriToClient: Do not redirect the app path 'apppathrd/path=a/b'\n"},
-     nullptr},
-    {u"Agent", u"https://intranet.example/", u"path=x", {}, nullptr},
-    {u"Agent", u"https%3A//intranet.example/", u"", {}, nullptr},
-    {u"Agent", u"APPPATHRD/path=x", u"nothing", {}, nullptr},
-    {u"Client",
-     u"apppathrd/path=a/b",
-     u"x;path=a;(",
-     {kEnabled, "Match the rule path=a successfully.\n", "Redirect the app path: 'apppathrd/path=a/b'.\n"},
-     u"lumenar-client://host1/calc?url=apppathrd%2Fpath=a%252Fb"},
-    {u"Client",
-     u"apppathrd/path=",
-     u"^apppathrd/path=$",
-     {kEnabled, "Match the rule ^apppathrd/path=$ successfully.\n", "Redirect the app path: 'apppathrd/path='.\n"},
-     u"lumenar-client://host1/calc?url=apppathrd%2Fpath="},
-    {u"Client",
-     u"apppathrd/path=a/b",
-     u"A/B;^a/b",
-     {kEnabled, "Do not redirect the app path: 'apppathrd/path=a/b'.\n"},
-     nullptr},
-    {u"Client",
-     u"apppathrd/path=a/b",
-     u";;",
-     {kEnabled, "Do not redirect the app path: 'apppathrd/path=a/b'.\n"},
-     nullptr},
-    {u"Client",
-     u"https://intranet.example/",
-     u".*",
-     {"SendMessageToRedirectAppPathToAgent: The app path is invalid: https://intranet.example/\n"},
-     nullptr},
-    {u"Client",
-     u"APPPATHRD/path=x",
-     u".*",
-     {"SendMessageToRedirectAppPathToAgent: The app path is invalid: APPPATHRD/path=x\n"},
-     nullptr},
-    // Not decoded on this side.
-    {u"Client",
-     u"apppathrd%3Apath=x",
-     u".*",
-     {"SendMessageToRedirectAppPathToAgent: The app path is invalid: apppathrd%3Apath=x\n"},
-     nullptr},
-    {u"client", u"apppathrd/path=a/b", u".*", {}, nullptr},
-    {u"SomeAgent", u"https://intranet.example/", u".*", {}, nullptr},
-};
+std::vector<Exit> Exits() {
+  return {
+      {u"Agent", u"apppathrd/path=a/b", u"path=a",
+       Posted("apppathrd/path=a/b",
+              {kEnabled, "Match the rule path=a successfully.\n", "Redirect the app path: 'apppathrd/path=a/b'.\n"}),
+       nullptr},
+      {u"Agent",
+       u"apppathrd/path=a/b",
+       u"path=x",
+       {kEnabled, "Do not redirect the app path: 'apppathrd/path=a/b'.\n",
+        "SendMessageToRedirectUriToClient: Do not redirect the app path 'apppathrd/path=a/b'\n"},
+       nullptr},
+      {u"Agent",
+       u"apppathrd/path=a/b",
+       u"",
+       {kEnabled, "Do not redirect the app path: 'apppathrd/path=a/b'.\n",
+        "SendMessageToRedirectUriToClient: Do not redirect the app path 'apppathrd/path=a/b'\n"},
+       nullptr},
+      {u"Agent", u"https://intranet.example/", u"path=x", Posted("https://intranet.example/"), nullptr},
+      // Decoded on this side.
+      {u"Agent", u"https%3A//intranet.example/", u"", Posted("https://intranet.example/"), nullptr},
+      {u"Agent", u"APPPATHRD/path=x", u"nothing", Posted("APPPATHRD/path=x"), nullptr},
+      {u"Client",
+       u"apppathrd/path=a/b",
+       u"x;path=a;(",
+       {kEnabled, "Match the rule path=a successfully.\n", "Redirect the app path: 'apppathrd/path=a/b'.\n"},
+       u"lumenar-client://host1/calc?url=apppathrd%2Fpath=a%252Fb"},
+      {u"Client",
+       u"apppathrd/path=",
+       u"^apppathrd/path=$",
+       {kEnabled, "Match the rule ^apppathrd/path=$ successfully.\n", "Redirect the app path: 'apppathrd/path='.\n"},
+       u"lumenar-client://host1/calc?url=apppathrd%2Fpath="},
+      {u"Client",
+       u"apppathrd/path=a/b",
+       u"A/B;^a/b",
+       {kEnabled, "Do not redirect the app path: 'apppathrd/path=a/b'.\n"},
+       nullptr},
+      {u"Client",
+       u"apppathrd/path=a/b",
+       u";;",
+       {kEnabled, "Do not redirect the app path: 'apppathrd/path=a/b'.\n"},
+       nullptr},
+      {u"Client",
+       u"https://intranet.example/",
+       u".*",
+       {"SendMessageToRedirectAppPathToAgent: The app path is invalid: https://intranet.example/\n"},
+       nullptr},
+      {u"Client",
+       u"APPPATHRD/path=x",
+       u".*",
+       {"SendMessageToRedirectAppPathToAgent: The app path is invalid: APPPATHRD/path=x\n"},
+       nullptr},
+      // Not decoded on this side.
+      {u"Client",
+       u"apppathrd%3Apath=x",
+       u".*",
+       {"SendMessageToRedirectAppPathToAgent: The app path is invalid: apppathrd%3Apath=x\n"},
+       nullptr},
+      {u"client", u"apppathrd/path=a/b", u".*", {}, nullptr},
+      {u"SomeAgent", u"https://intranet.example/", u".*", {}, nullptr},
+  };
+}
 
 TEST(ExitsOfAUrl, FollowOriginTextAndRules) {
   RoadMachine machine;
-  for (const Exit& exit : kExits) {
+  for (const Exit& exit : Exits()) {
     SCOPED_TRACE(support::Narrow(exit.origin) + " / " + support::Narrow(exit.text) + " / " +
                  support::Narrow(exit.allowlist));
     machine.SetUp(exit.origin, exit.allowlist);
