@@ -1,7 +1,5 @@
 #include "browser/userDataDir.h"
 
-#include <vector>
-
 #include "browser/chromiumPath.h"
 #include "launcher/debugLog.h"
 #include "platform/raii.h"
@@ -14,13 +12,16 @@ namespace {
 using debugLog::TraceViaHelper;
 using settings::BrowserType;
 
-enum class PolicyKey : std::uint32_t { Machine = 0, User = 1 };
+const char16_t* LabelOf(BrowserType browser) { return browser == BrowserType::Chrome ? u"Chrome" : u"Chromium-Edge"; }
 
-struct UserDataDirKey {
-  PolicyKey kind;
-  const char16_t* path;  // Absolute for the machine, relative to the user's hive for the user.
-};
-using UserDataDirKeyList = std::vector<UserDataDirKey>;
+bool ReadUserDataDirValue(bool forCurrentUser, const char16_t* keyPath, std::u16string& value) {
+  platform::UniqueNativeKey key;
+  const auto open = forCurrentUser ? &settings::OpenKeyCurrentUser : &settings::OpenKeyAbsolute;
+  if (open(keyPath, settings::kReadAccess, key.put()) != platform::STATUS_SUCCESS) return false;
+  return settings::ReadStringValue(key.get(), u"UserDataDir", platform::REG_SZ, &value) == platform::STATUS_SUCCESS;
+}
+
+}  // namespace
 
 UserDataDirKeyList GetRegistryUserDataDirList(BrowserType browser) {
   switch (browser) {
@@ -33,17 +34,6 @@ UserDataDirKeyList GetRegistryUserDataDirList(BrowserType browser) {
     default: TraceViaHelper(u"%S: Browser type is not supported.\n", "GetRegistryUserDataDirList"); return {};
   }
 }
-
-const char16_t* LabelOf(BrowserType browser) { return browser == BrowserType::Chrome ? u"Chrome" : u"Chromium-Edge"; }
-
-bool ReadUserDataDirValue(bool forCurrentUser, const char16_t* keyPath, std::u16string& value) {
-  platform::UniqueNativeKey key;
-  const auto open = forCurrentUser ? &settings::OpenKeyCurrentUser : &settings::OpenKeyAbsolute;
-  if (open(keyPath, settings::kReadAccess, key.put()) != platform::STATUS_SUCCESS) return false;
-  return settings::ReadStringValue(key.get(), u"UserDataDir", platform::REG_SZ, &value) == platform::STATUS_SUCCESS;
-}
-
-}  // namespace
 
 bool GetUserDataDirPath(BrowserType browser, std::u16string& path) {
   constexpr const char* kOperation = "GetUserDataDirPath";

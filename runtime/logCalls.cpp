@@ -23,23 +23,23 @@ Destination& TheDestination() {
 
 constexpr platform::DWORD kUserDefaultLanguage = 0x400;
 
-// On one line; empty for an error that the system has no text for.
-std::string SystemText(platform::DWORD error) {
+}  // namespace
+
+std::string LogCall::ErrorText() const {
+  if (!lastError) return {};
   using namespace platform;
   constexpr DWORD kFlags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM |
                            FORMAT_MESSAGE_MAX_WIDTH_MASK;
   UniqueLocal<char> text;
-  const DWORD length = FormatMessageA(kFlags, nullptr, error, kUserDefaultLanguage, text.put(), 0, nullptr);
+  const DWORD length = FormatMessageA(kFlags, nullptr, *lastError, kUserDefaultLanguage, text.put(), 0, nullptr);
   return length > 0 ? std::string(text.get(), length) : std::string();
 }
-
-}  // namespace
 
 std::string LogCall::Text() const {
   std::string text = platform::formatting::FormatArguments<char>(format, arguments).value_or("");
   if (!lastError) return text;
   if (text.ends_with('\n')) text.pop_back();
-  return text + platform::FormatNarrow("; (%d) %s", *lastError, SystemText(*lastError)).value_or("");
+  return text + platform::FormatNarrow("; (%d) %s", *lastError, ErrorText()).value_or("");
 }
 
 std::shared_ptr<LogReceiver> SetLogReceiver(std::shared_ptr<LogReceiver> receiver) noexcept {

@@ -51,6 +51,8 @@ struct LogCall {
   // the end goes, stand the number and the system's text of the error: "; (5) Access is denied. ", as the system gives
   // it on one line. A text that cannot be formatted (wide text that has no bytes) is empty.
   [[nodiscard]] std::string Text() const;
+  // The system's text of the error, on one line; empty without an error, and for one that the system has no text for.
+  [[nodiscard]] std::string ErrorText() const;
 };
 
 // Where calls go.

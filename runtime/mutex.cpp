@@ -18,8 +18,8 @@ TxMutex::TxMutex(bool initiallyOwned, const char* name) : data(new TxMutexData) 
 }
 
 bool TxMutex::Acquire(std::uint32_t timeoutMs) const {
-  const RCPtr<TxMutexData> held = data;
-  if (!held || !held->handle) return false;
+  TxMutexData* const held = data.Get();
+  if (held == nullptr || !held->handle) return false;
   const platform::MutexHandle handle = held->handle.get();
   platform::DWORD result = platform::WaitForSingleObject(handle, timeoutMs == kNoLimit ? kSuspiciousMs : timeoutMs);
   if (timeoutMs == kNoLimit && result == platform::WAIT_TIMEOUT) {
@@ -45,8 +45,8 @@ bool TxMutex::Acquire(std::uint32_t timeoutMs) const {
 }
 
 bool TxMutex::Release() const {
-  const RCPtr<TxMutexData> held = data;
-  if (!held) return false;
+  TxMutexData* const held = data.Get();
+  if (held == nullptr) return false;
   if (held->ownerThreadId == platform::GetCurrentThreadId() && held->recursionCount > 0) --held->recursionCount;
   return platform::ReleaseMutex(held->handle.get());
 }

@@ -18,8 +18,8 @@ class TxMutexData : public RCObject {
   std::int32_t recursionCount = 0;  // Guarded by the mutex itself.
 };
 
-// A handle to one mutex of the system; the object itself may be used by several threads at a time. A thread may acquire
-// it again, and releases as often.
+// A handle to one mutex of the system; the object itself may be used by several threads at a time, but not while it is
+// assigned to. A thread may acquire it again, and releases as often.
 class TxMutex : public RCObject {
  public:
   // No limit to the time.

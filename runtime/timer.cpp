@@ -6,7 +6,7 @@ namespace runtime {
 
 std::int64_t TxTimer::Mark(TimerOperation operation, std::int64_t now) {
   if (now == 0) now = Now();
-  const bool paused = pausedAt != 0;
+  const bool paused = Paused();
   const std::int64_t elapsed = (paused ? pausedAt : now) - start;
   switch (operation) {
     case TimerOperation::Restart:

@@ -31,6 +31,7 @@ class TxTimer {
   // The same, in seconds, and to the nearest millisecond.
   double ElapsedSeconds(TimerOperation operation = kOnlyLook, std::int64_t now = 0);
   std::int64_t ElapsedMS(TimerOperation operation = kOnlyLook, std::int64_t now = 0);
+  [[nodiscard]] bool Paused() const noexcept { return pausedAt != 0; }
 
  private:
   std::int64_t start = 0;

@@ -2,6 +2,8 @@
 
 #include <time.h>
 
+#include <cerrno>
+
 #include "platform/linux/deadline.h"
 #include "platform/linux/faults.h"
 #include "platform/linux/testClock.h"
@@ -30,6 +32,23 @@ void GetLocalTime(SYSTEMTIME* time) noexcept {
            .wMinute = static_cast<WORD>(local.tm_min),
            .wSecond = static_cast<WORD>(local.tm_sec),
            .wMilliseconds = static_cast<WORD>(now.tv_nsec / 1'000'000)};
+}
+
+int _ftime64_s(__timeb64* moment) noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  *moment = {.time = now.tv_sec, .millitm = static_cast<std::uint16_t>(now.tv_nsec / 1'000'000)};
+  return 0;
+}
+
+int _gmtime64_s(std::tm* date, const std::int64_t* time) noexcept {
+  const time_t seconds = *time;
+  return gmtime_r(&seconds, date) != nullptr ? 0 : EINVAL;
+}
+
+int _localtime64_s(std::tm* date, const std::int64_t* time) noexcept {
+  const time_t seconds = *time;
+  return localtime_r(&seconds, date) != nullptr ? 0 : EINVAL;
 }
 
 DWORD GetTickCount() noexcept {

@@ -32,10 +32,24 @@ void PoolObject::LeaveGroup() noexcept {
   if (membership_.empty()) membership_.splice(membership_.end(), group_->members, inGroup_);
 }
 
-void PoolObject::LeaveQueue() noexcept { queueing_.splice(queueing_.end(), pool_.queue, inQueue_); }
+void PoolObject::EnterQueue() noexcept {
+  pool_.queue.splice(pool_.queue.end(), queueing_);
+  ++pool_.queued;
+}
+
+void PoolObject::LeaveQueue() noexcept {
+  queueing_.splice(queueing_.end(), pool_.queue, inQueue_);
+  --pool_.queued;
+}
 
 void PoolObject::AddPending() noexcept {
-  if (pending_++ == 0) pool_.queue.splice(pool_.queue.end(), queueing_);
+  if (pending_++ == 0) EnterQueue();
+}
+
+bool PoolObject::AddBehindPending() noexcept {
+  unsigned pending = pending_.load(std::memory_order_relaxed);
+  while (pending != 0 && !pending_.compare_exchange_weak(pending, pending + 1)) continue;
+  return pending != 0;
 }
 
 void PoolObject::Begin() noexcept {
@@ -46,6 +60,12 @@ void PoolObject::Begin() noexcept {
   }
   ++running_;
   ++associated_;
+}
+
+bool PoolObject::BeginNext() noexcept {
+  unsigned pending = pending_.load(std::memory_order_relaxed);
+  while (pending > 1 && !pending_.compare_exchange_weak(pending, pending - 1)) continue;
+  return pending > 1;
 }
 
 void PoolObject::End(const TP_CALLBACK_INSTANCE& instance) noexcept {
@@ -62,9 +82,7 @@ void PoolObject::Disassociate(TP_CALLBACK_INSTANCE& instance) noexcept {
 }
 
 void PoolObject::CancelPending() noexcept {
-  if (pending_ == 0) return;
-  pending_ = 0;
-  LeaveQueue();
+  if (pending_.exchange(0) != 0) LeaveQueue();
 }
 
 void PoolObject::WaitForCallbacks(PoolLock& lock, bool cancelPending) noexcept {

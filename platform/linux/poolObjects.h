@@ -5,6 +5,7 @@
 // callback runs. Functions that take a PoolLock by value let it go before they return.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <list>
 #include <mutex>
@@ -29,7 +30,7 @@ struct TP_CLEANUP_GROUP {
   std::list<PoolObject*> members;
 };
 
-// REQUIRES for every member: the lock.
+// REQUIRES for every member that does not say otherwise: the lock.
 class PoolObject {
  public:
   PoolObject(TP_POOL& pool, TP_CLEANUP_GROUP* group, void* context);
@@ -39,7 +40,7 @@ class PoolObject {
   // Makes it known to its pool and group; once it is whole.
   void Join() noexcept;
 
-  // The one step that needs no lock.
+  // Without the lock.
   virtual void Run(TP_CALLBACK_INSTANCE& instance) = 0;
   // Ends what gives the object its callbacks.
   virtual void Disarm() noexcept {}
@@ -51,6 +52,10 @@ class PoolObject {
   void AddPending() noexcept;
   // The first object in the queue begins a callback, and moves to the back if there are more.
   void Begin() noexcept;
+  // Short cuts that need no lock, since the object stays in the queue where it is: one callback more, behind others;
+  // and the thread that has run one begins the next, which is not the last. False when it cannot be.
+  [[nodiscard]] bool AddBehindPending() noexcept;
+  [[nodiscard]] bool BeginNext() noexcept;
   // The callback has returned. The object may be gone when this returns.
   void End(const TP_CALLBACK_INSTANCE& instance) noexcept;
   void Disassociate(TP_CALLBACK_INSTANCE& instance) noexcept;
@@ -67,6 +72,7 @@ class PoolObject {
   virtual ~PoolObject() = default;
 
  private:
+  void EnterQueue() noexcept;
   void LeaveQueue() noexcept;
   void LeaveGroup() noexcept;
   // Tells those that wait; or lets the object go, when it is closed and nothing of it is left.
@@ -82,7 +88,8 @@ class PoolObject {
   const std::list<PoolObject*>::iterator inQueue_;
   const std::list<PoolObject*>::iterator inGroup_;
   std::condition_variable finished_;
-  unsigned pending_ = 0;
+  std::atomic<unsigned> pending_{
+      0};  // From and to 0 under the lock alone: with it the object enters or leaves the queue.
   unsigned running_ = 0;
   unsigned associated_ = 0;  // Of the running ones.
   unsigned waiters_ = 0;

@@ -189,7 +189,8 @@ void Poller::LookAtPools() noexcept {
     PoolLock lock = LockPools();
     TP_POOL* const pool = NextToLookAt(seen);
     if (pool == nullptr) return;
-    if (pool->begun != std::exchange(pool->begunAtLook, pool->begun)) {
+    const std::uint64_t begun = pool->begun;
+    if (begun != std::exchange(pool->begunAtLook, begun)) {
       pool->looksWithoutProgress = 0;
     } else if (pool->queue.empty() || !CanBringMore(*pool)) {
       Unwatch(*pool);

@@ -17,7 +17,7 @@ PTP_WORK CreateThreadpoolWork(PTP_WORK_CALLBACK callback, void* context,
   return NewObject<TP_WORK>(environment, context, callback);
 }
 
-void SubmitThreadpoolWork(PTP_WORK work) noexcept { Submit(*work, LockPools()); }
+void SubmitThreadpoolWork(PTP_WORK work) noexcept { Submit(*work); }
 
 void WaitForThreadpoolWorkCallbacks(PTP_WORK work, bool cancelPending) noexcept { WaitForObject(*work, cancelPending); }
 

@@ -41,6 +41,7 @@ class PoolWorker {
   bool Rest(PoolLock& lock);
 
   TP_POOL& pool_;
+  bool bringsNext_ = false;  // Has just arrived.
   std::atomic<std::uint32_t> woken_{0};
 };
 
@@ -51,7 +52,7 @@ thread_local PoolWorker* currentWorker = nullptr;
 // So many threads run callbacks when none of them blocks.
 unsigned Concurrency(const TP_POOL& pool) noexcept {
   static const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
-  return std::min(processors, pool.maximum);
+  return std::min(processors, pool.maximum.load(std::memory_order_relaxed));
 }
 
 PoolWorker* TakeIdle(TP_POOL& pool) noexcept {
@@ -67,8 +68,15 @@ void* RunWorker(void* pool) {
   return nullptr;
 }
 
+void WakeWorker(TP_POOL& pool, PoolWorker& worker, PoolLock lock) noexcept {
+  pool.arriving = true;
+  lock.unlock();
+  worker.Wake();
+}
+
 // A thread that the host refuses now is asked for again by the poller.
 void StartWorker(TP_POOL& pool, PoolLock lock) noexcept {
+  pool.arriving = true;
   ++pool.workers;
   lock.unlock();
   pthread_t thread{};
@@ -77,16 +85,18 @@ void StartWorker(TP_POOL& pool, PoolLock lock) noexcept {
     return;
   }
   lock.lock();
+  pool.arriving = false;
   --pool.workers;
   Watch(pool);
   pool.EndIfUnused();
 }
 
-// One more callback stands in the queue that no thread is on its way to.
+// One more callback stands in the queue. A thread that arrives brings the next one by itself if it finds more than it
+// can begin.
 void BringWorker(TP_POOL& pool, PoolLock lock) noexcept {
+  if (pool.arriving) return;
   if (PoolWorker* const worker = TakeIdle(pool)) {
-    lock.unlock();
-    worker->Wake();
+    WakeWorker(pool, *worker, std::move(lock));
   } else if (pool.workers < Concurrency(pool)) {
     StartWorker(pool, std::move(lock));
   } else {
@@ -100,21 +110,30 @@ void PoolWorker::Run() {
   currentWorker = this;
   PoolLock lock = LockPools();
   do {
+    pool_.arriving = false;
+    bringsNext_ = true;
     while (!pool_.queue.empty()) RunNext(lock);
   } while (Rest(lock));
   --pool_.workers;
   pool_.EndIfUnused();
 }
 
+// Callbacks of an object that has the queue to itself are run in one go, without the lock between.
 void PoolWorker::RunNext(PoolLock& lock) {
-  keepsOne = false;
   PoolObject& object = *pool_.queue.front();
   object.Begin();
-  ++pool_.begun;
   TP_CALLBACK_INSTANCE instance{.object = object};
-  lock.unlock();
-  object.Run(instance);
-  lock.lock();
+  if (std::exchange(bringsNext_, false) && !pool_.queue.empty()) {
+    BringWorker(pool_, std::move(lock));
+  } else {
+    lock.unlock();
+  }
+  do {
+    keepsOne = false;
+    pool_.begun.fetch_add(1, std::memory_order_relaxed);
+    object.Run(instance);
+  } while (instance.associated && pool_.queued.load(std::memory_order_relaxed) == 1 && object.BeginNext());
+  lock = LockPools();
   object.End(instance);
 }
 
@@ -144,6 +163,17 @@ void Submit(PoolObject& object, PoolLock lock) noexcept {
   BringWorker(pool, std::move(lock));
 }
 
+// Nobody needs to be woken for one more when a thread arrives anyway, or when none sleeps and none may be added but by
+// the poller, which watches.
+void Submit(PoolObject& object) noexcept {
+  const TP_POOL& pool = object.Pool();
+  const bool allAtWork = pool.watched.load(std::memory_order_relaxed) &&
+                         pool.idleCount.load(std::memory_order_relaxed) == 0 &&
+                         pool.workers.load(std::memory_order_relaxed) >= Concurrency(pool);
+  const bool needsNobody = allAtWork || pool.arriving.load(std::memory_order_relaxed);
+  if (!needsNobody || !object.AddBehindPending()) Submit(object, LockPools());
+}
+
 void BeforeBlocking() noexcept {
   if (currentWorker == nullptr || !currentWorker->keepsOne) return;
   currentWorker->keepsOne = false;
@@ -154,8 +184,7 @@ bool CanBringMore(const TP_POOL& pool) noexcept { return pool.idle != nullptr ||
 
 void BringOneMore(TP_POOL& pool, bool mayStart, PoolLock lock) noexcept {
   if (PoolWorker* const worker = TakeIdle(pool)) {
-    lock.unlock();
-    worker->Wake();
+    WakeWorker(pool, *worker, std::move(lock));
   } else if (mayStart || pool.workers < Concurrency(pool)) {
     StartWorker(pool, std::move(lock));
   }

@@ -5,6 +5,7 @@
 // it does so soon, and brings another thread if it does not.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <list>
 
@@ -14,23 +15,25 @@ namespace platform {
 
 class PoolWorker;
 
-// REQUIRES: the lock, for every field and member.
+// REQUIRES: the lock, for every field and member; the atomic ones may be read without.
 struct TP_POOL {
   TP_POOL() : watching{this}, inWatch(watching.begin()) {}
 
   std::list<PoolObject*> queue;  // Those with callbacks to run.
-  PoolWorker* idle = nullptr;    // The thread that has slept the shortest.
-  unsigned idleCount = 0;
-  unsigned workers = 0;
-  unsigned maximum = 500;
+  std::atomic<unsigned> queued{0};
+  PoolWorker* idle = nullptr;  // The thread that has slept the shortest.
+  std::atomic<unsigned> idleCount{0};
+  std::atomic<unsigned> workers{0};
+  std::atomic<unsigned> maximum{500};
+  std::atomic<bool> arriving{false};  // A thread was woken or started, and has not looked at the queue yet.
   unsigned objects = 0;
-  std::uint64_t begun = 0;  // Callbacks, ever.
+  std::atomic<std::uint64_t> begun{0};  // Callbacks, ever; counted by any thread.
   bool closed = false;
 
   // Of the poller.
   std::list<TP_POOL*> watching;  // One element, which is the poller's while it watches the pool.
   const std::list<TP_POOL*>::iterator inWatch;
-  bool watched = false;
+  std::atomic<bool> watched{false};
   std::uint64_t begunAtLook = 0;
   unsigned looksWithoutProgress = 0;
 
@@ -44,6 +47,7 @@ struct TP_POOL {
 
 // Queues one more callback of the object, and sees to it that a thread will run it.
 void Submit(PoolObject& object, PoolLock lock) noexcept;
+void Submit(PoolObject& object) noexcept;
 
 // The calling thread may block: what it has kept for itself goes to another. To be called without the lock.
 void BeforeBlocking() noexcept;

@@ -3,11 +3,24 @@
 
 #include <windows.h>
 
+#include <sys/timeb.h>
+
 namespace platform {
 
 static_assert(sizeof(SYSTEMTIME) == sizeof(::SYSTEMTIME));
 
 void GetLocalTime(SYSTEMTIME* time) noexcept { ::GetLocalTime(reinterpret_cast<::SYSTEMTIME*>(time)); }
+
+int _ftime64_s(__timeb64* moment) noexcept {
+  ::__timeb64 now{};
+  const int error = ::_ftime64_s(&now);
+  *moment = {.time = now.time, .millitm = now.millitm};
+  return error;
+}
+
+int _gmtime64_s(std::tm* date, const std::int64_t* time) noexcept { return ::_gmtime64_s(date, time); }
+
+int _localtime64_s(std::tm* date, const std::int64_t* time) noexcept { return ::_localtime64_s(date, time); }
 
 DWORD GetTickCount() noexcept { return ::GetTickCount(); }
 

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <random>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -150,6 +151,27 @@ TEST(Conversation, EndsWhenItsLinkIsShutDown) {
 
 TEST(Conversation, EndsWhenItsLinkIsClosed) {
   EndWhileStreamsTalk([](OpenLink& link) { link.close(); });
+}
+
+TEST(Conversation, EndsWithItsLinkWhenACallbackThrowsALogicError) {
+  for (int i = 0; i < kRepetitions / 10; ++i) {
+    Joined joined;
+    joined.Listen(1, Echo());
+    Listener other;
+    Listener listener;
+    const auto bystander = joined.Connect(0, other.Callback());
+    const auto hears = listener.Callback();
+    const auto stream = joined.Connect(0, [&](Status status, const std::shared_ptr<LmIpclibMsg>& message) {
+      hears(status, message);
+      throw std::logic_error("a mistake");
+    });
+    for (const char* text : {"one", "two"}) ASSERT_EQ(SendText(*stream, text), Status::Success);
+    listener.one.Await();
+    listener.end.Await();
+    other.end.Await();
+    joined.AwaitClosed();
+    EXPECT_EQ(stream->state(), State::Closed);
+  }
 }
 
 TEST(Conversation, MayCallEverythingFromWithinEveryCallback) {

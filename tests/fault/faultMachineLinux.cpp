@@ -77,7 +77,7 @@ FaultMachine::FaultMachine(std::u16string_view origin, SettingsOf settings)
   for (const char* hive : {"machine.reg", "user.reg"}) files::copy_file(hives_ / hive, kept_ / hive);
   const files::path client = machine_.HostPath(u"C:\\Client\\lumenar-client.exe");
   files::create_directories(client.parent_path());
-  files::copy_file(LUMENAR_EMPTY_PROGRAM, client);
+  files::copy_file("/bin/true", client);  // It is started for most failures, so it is to cost nothing.
   logs_ = machine_.HostPath(LogFolder());
   files::create_directories(logs_);
   const files::path local = machine_.HostPath(LocalFolder());

@@ -50,6 +50,14 @@ bool Answers(platform::HWND window) {
                                        nullptr) != 0;
 }
 
+// Tells of the windows that come and go on this machine. One for all processes: to close such a descriptor takes the
+// kernel longer than a process lives.
+const Descriptor& WindowChanges() {
+  static const Descriptor changes(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  inotify_add_watch(changes.get(), platform::windowSocket::Folder().c_str(), IN_CREATE | IN_MOVED_TO);
+  return changes;
+}
+
 bool IsFailed(const std::string& call) { return call.starts_with('!'); }
 
 }  // namespace
@@ -70,8 +78,7 @@ FaultedProcess::FaultedProcess(const std::vector<std::string>& arguments, const 
 
 bool FaultedProcess::AwaitServing() {
   const Descriptor ended = EndOf(process_.Id());
-  const Descriptor changes(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-  inotify_add_watch(changes.get(), platform::windowSocket::Folder().c_str(), IN_CREATE | IN_MOVED_TO);
+  const Descriptor& changes = WindowChanges();
   while (true) {
     if (const platform::HWND window = HelperWindowOf(process_.Id())) return Answers(window);
     pollfd events[] = {{.fd = ended.get(), .events = POLLIN, .revents = 0},

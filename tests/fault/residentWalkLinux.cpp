@@ -1,5 +1,10 @@
-// Resident helpers whose calls fail, from their start to their end, with launchers whose calls do not.
+// Resident helpers whose calls fail, from their start to their end. The launcher beside them is this process: its calls
+// do not fail, and to start one for each failure of the helper would take longer than all the rest.
+#include "launcher/launchUrl.h"
+#include "platform/raii.h"
+#include "platform/registry.h"
 #include "tests/fault/faultWalkLinux.h"
+#include "tests/support/machine.h"
 
 namespace fault {
 namespace {
@@ -10,15 +15,27 @@ class Resident : public FaultWalk {
   static Outcome Live(const FaultMachine& machine, const Fault& fault) {
     FaultedProcess process({}, fault, machine.ReportPath("faulted"));
     if (process.AwaitServing()) {
-      for (const std::string& text : {AppPath(), std::string("#createConfigData")}) {
-        EXPECT_EQ(Healthy(machine, {LaunchUrl(text)}).AwaitEnd().exitCode, 0);
-      }
+      launcher::LaunchUrl(support::Wide(AppPath()));
+      launcher::LaunchUrl(u"#createConfigData");
       EXPECT_TRUE(EndResident());
     }
     Ending ending = process.AwaitEnd();
     return {.ending = std::move(ending), .log = machine.LogTexts()};
   }
 };
+
+bool UserHas(const char16_t* path) {
+  platform::UniqueKey key;
+  platform::RegOpenKeyExW(platform::HKEY_CURRENT_USER, path, 0, platform::KEY_READ, key.put());
+  return bool(key);
+}
+
+// A start that fails at its window does not undo what it has registered.
+void ExpectRegistrationsOfAFailedStart(const Outcome& outcome) {
+  if (outcome.ending.FirstFailedCall() != "CreateWindowExW") return;
+  EXPECT_TRUE(UserHas(u"Software\\Classes\\walked\\shell\\open\\command"));
+  EXPECT_TRUE(UserHas(u"Software\\Classes\\tavrix-prism-url-launch\\shell\\open\\command"));
+}
 
 Texts Behind(const std::string& first, Texts texts) {
   texts.insert(texts.begin(), first);
@@ -48,6 +65,7 @@ TEST_P(Resident, FromStartToEnd) {
   Walk(machine, promise, [&](const Fault& fault) {
     Outcome outcome = Live(machine, fault);
     EXPECT_TRUE(MutexIsFree());
+    ExpectRegistrationsOfAFailedStart(outcome);
     return outcome;
   });
 }

@@ -88,7 +88,10 @@ class Withdrawal : public FaultWalk {
       }
       Ending ending = process.AwaitEnd();
       EXPECT_TRUE(MutexIsFree());
-      if (ending.FirstFailedCall().empty()) ExpectWithdrawn(origin);
+      if (ending.FirstFailedCall().empty()) {
+        ExpectWithdrawn(origin);
+        ExpectSettledOrder(ending.calls, origin);
+      }
       return Outcome{.ending = std::move(ending), .log = machine.LogTexts()};
     });
   }
@@ -98,6 +101,17 @@ class Withdrawal : public FaultWalk {
     EXPECT_FALSE(UserHas(kRoot));
     EXPECT_FALSE(UserHas(kLaunchScheme));
     EXPECT_EQ(UserHas(kHandler), origin == u"Client");
+  }
+
+  // The watcher deletes the settings, Firefox's key and the launch scheme. Behind that an agent gives its handler back;
+  // then the watcher is told and waited for, and the mutex comes last.
+  static void ExpectSettledOrder(const Texts& calls, std::u16string_view origin) {
+    const auto told = std::ranges::find(calls, "SetEvent");
+    EXPECT_EQ(std::count(calls.begin(), told, "RegDeleteTreeW"), origin == u"Agent" ? 4 : 3);
+    const auto awaited = std::find(told, calls.end(), "WaitForSingleObject");
+    EXPECT_NE(awaited, calls.end());
+    EXPECT_NE(std::find(awaited, calls.end(), "ReleaseMutex"), calls.end());
+    EXPECT_EQ(std::ranges::count(calls, "ReleaseMutex"), 1);
   }
 };
 

@@ -28,6 +28,22 @@ TEST(Module, ThatIsNotLoadedIsNotFound) {
   EXPECT_FALSE(module);
 }
 
+TEST(Module, IsFoundWithoutBeingPinned) {
+  HMODULE pinned;
+  ASSERT_TRUE(GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN, u"kernel32.dll", &pinned));
+  EXPECT_EQ(GetModuleHandleW(u"kernel32"), pinned);
+  EXPECT_FALSE(GetModuleHandleW(u"lumenar-none"));
+  EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
+}
+
+TEST(Module, TellsThatThisProcessComesInNoPackage) {
+  const auto function = GetProcAddress(GetModuleHandleW(u"kernel32"), "GetPackageFamilyName");
+  ASSERT_TRUE(function != nullptr);
+  UINT length = 0;
+  const auto familyName = reinterpret_cast<GetPackageFamilyNameFunction>(function);
+  EXPECT_EQ(familyName(GetCurrentProcess(), &length, nullptr), APPMODEL_ERROR_NO_PACKAGE);
+}
+
 TEST(Module, ExportsItsFunctionsByTheirExactNames) {
   HMODULE module;
   ASSERT_TRUE(GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN, u"ntdll.dll", &module));

@@ -48,6 +48,36 @@ TEST(NamedEvent, BeginsAnewWhenAllHandlesWereClosed) {
   EXPECT_EQ(Poll(again), WAIT_TIMEOUT);
 }
 
+TEST(NamedEvent, IsOneForBothFormsOfItsName) {
+  const support::Machine machine;
+  const SECURITY_ATTRIBUTES security;
+  const UniqueEvent wide(CreateEventW(&security, true, false, u"Global\\Lumenar Test: wide"));
+  EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+  const UniqueEvent again(CreateEventW(nullptr, true, false, u"Global\\Lumenar Test: wide"));
+  EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+  const UniqueEvent narrow(CreateEventA(nullptr, true, false, "Global\\Lumenar Test: wide"));
+  EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+  ASSERT_TRUE(SetEvent(narrow.get()));
+  EXPECT_EQ(Poll(wide), WAIT_OBJECT_0);
+  EXPECT_EQ(Poll(again), WAIT_OBJECT_0);
+}
+
+TEST(NamedEvent, IsOpenedForWaitingOnlyWhereItExists) {
+  const support::Machine machine;
+  const char16_t name[] = u"Global\\Lumenar Test: opened";
+  EXPECT_FALSE(UniqueEvent(OpenEventW(SYNCHRONIZE, false, name)));
+  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+  UniqueEvent made(CreateEventW(nullptr, false, true, name));
+  UniqueEvent opened(OpenEventW(SYNCHRONIZE, false, name));
+  EXPECT_EQ(Poll(opened), WAIT_OBJECT_0);
+  EXPECT_EQ(Poll(made), WAIT_TIMEOUT) << "an auto-reset event, consumed by one wait";
+  made.reset();
+  EXPECT_TRUE(UniqueEvent(OpenEventW(SYNCHRONIZE, false, name))) << "somebody holds it still";
+  opened.reset();
+  EXPECT_FALSE(UniqueEvent(OpenEventW(SYNCHRONIZE, false, name)));
+  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
 TEST(NamedEvent, OfAutoResetIsConsumedByOneWaitHoweverOftenItWasSet) {
   const support::Machine machine;
   const UniqueEvent first = Open(false, false);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -67,6 +68,55 @@ TEST(Work, RunsOnceForEachSubmission) {
   for (int i = 0; i < 1000; ++i) SubmitThreadpoolWork(work.get());
   WaitForThreadpoolWorkCallbacks(work.get(), false);
   EXPECT_EQ(runs, 1000);
+}
+
+TEST(Work, SubmittedByManyThreadsRunsOnceForEachSubmission) {
+  constexpr int kThreads = 4;
+  constexpr int kEach = 5000;
+  std::atomic<int> runs{0};
+  Function count = [&](PTP_CALLBACK_INSTANCE) { ++runs; };
+  const UniqueWork work = NewWork(count);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&] {
+      for (int k = 0; k < kEach; ++k) SubmitThreadpoolWork(work.get());
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  WaitForThreadpoolWorkCallbacks(work.get(), false);
+  EXPECT_EQ(runs, kThreads * kEach);
+}
+
+TEST(Work, DroppedAmidABurstRunsNoMore) {
+  for (int i = 0; i < kRepetitions; ++i) {
+    std::atomic<int> runs{0};
+    Function count = [&](PTP_CALLBACK_INSTANCE) { ++runs; };
+    const UniqueWork work = NewWork(count);
+    for (int k = 0; k < 100; ++k) SubmitThreadpoolWork(work.get());
+    WaitForThreadpoolWorkCallbacks(work.get(), true);
+    const int whenDropped = runs;
+    EXPECT_LE(whenDropped, 100);
+    SubmitThreadpoolWork(work.get());
+    WaitForThreadpoolWorkCallbacks(work.get(), false);
+    EXPECT_EQ(runs, whenDropped + 1);
+  }
+}
+
+TEST(Work, WithManyCallbacksLetsOthersTakeTheirTurn) {
+  OneThread one;
+  std::string order;
+  Function many = [&](PTP_CALLBACK_INSTANCE) { order += 'm'; };
+  Function few = [&](PTP_CALLBACK_INSTANCE) { order += 'f'; };
+  const UniqueWork first = NewWork(many, one.Environment());
+  const UniqueWork second = NewWork(few, one.Environment());
+  {
+    const Gate gate(one);
+    for (int i = 0; i < 5; ++i) SubmitThreadpoolWork(first.get());
+    for (int i = 0; i < 2; ++i) SubmitThreadpoolWork(second.get());
+  }
+  WaitForThreadpoolWorkCallbacks(first.get(), false);
+  WaitForThreadpoolWorkCallbacks(second.get(), false);
+  EXPECT_EQ(order, "mfmfmmm");
 }
 
 TEST(Work, ThatWasNeverSubmittedIsNotWaitedFor) {

@@ -14,7 +14,8 @@ using ChromiumPathFaults = TracedResidentTest;
 
 constexpr const char* kNoFolder = "GetKnownFolderPath: Failed to retrieve the full path of a known folder.\n";
 
-bool ParsedWithFaultAt(const std::string& call, std::string& path) {
+bool ParsedWithFaultAt(const std::string& call, std::string& path,
+                       platform::DWORD error = platform::ERROR_GEN_FAILURE) {
   std::string copy = path;
   platform::test::ArmFaults(0, false, 0);
   static_cast<void>(browser::ParseChromiumUserDataDirString(BrowserType::Chrome, copy));
@@ -23,7 +24,7 @@ bool ParsedWithFaultAt(const std::string& call, std::string& path) {
   unsigned number = 0;
   for (unsigned i = 0; i < calls.size() && number == 0; ++i) number = calls[i] == call ? i + 1 : 0;
   EXPECT_NE(number, 0u) << call;
-  platform::test::ArmFaults(number, false, platform::ERROR_GEN_FAILURE);
+  platform::test::ArmFaults(number, false, error);
   const bool parsed = browser::ParseChromiumUserDataDirString(BrowserType::Chrome, path);
   platform::test::DisarmFaults();
   return parsed;
@@ -43,6 +44,12 @@ TEST_F(ChromiumPathFaults, WithoutTheProgramFilesFolderARelativePathIsRefused) {
   EXPECT_THAT(helper.Traces(), Contains(kNoFolder));
   EXPECT_THAT(helper.Traces(),
               Contains("ParseChromiumUserDataDirString: Failed to retrieve the full path of Program Files.\n"));
+}
+
+TEST_F(ChromiumPathFaults, AFolderThatIsSaidNotToFitIsConvertedOnceMore) {
+  std::string path = "data";
+  EXPECT_TRUE(ParsedWithFaultAt("WideCharToMultiByte", path, platform::ERROR_INSUFFICIENT_BUFFER));
+  EXPECT_EQ(path, "C:\\Program Files\\Google\\Chrome\\Application\\data");
 }
 
 TEST_F(ChromiumPathFaults, ThatCannotBeQualifiedStays) {

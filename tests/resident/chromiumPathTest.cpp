@@ -152,6 +152,9 @@ TEST_F(ChromiumPath, AllElevenVariablesAreKnown) {
   EXPECT_EQ(Parsed("${program_files}"), "C:\\Program Files");
   EXPECT_EQ(Parsed("${windows}"), "C:\\windows");
   EXPECT_EQ(Parsed("C:\\${client_name}-${session_name}"), "C:\\client-session");
+  char machineName[platform::MAX_PATH] = "";
+  platform::ExpandEnvironmentStringsA("%COMPUTERNAME%", machineName, platform::MAX_PATH);
+  EXPECT_EQ(Parsed("C:\\${machine_name}"), "C:\\" + std::string(machineName));
   char16_t user[platform::MAX_PATH] = u"";
   platform::DWORD size = platform::MAX_PATH;
   ASSERT_TRUE(platform::GetUserNameW(user, &size));

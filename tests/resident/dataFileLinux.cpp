@@ -1,16 +1,18 @@
 // Data files when the system fails in the middle, or does not let them be written.
 #include <linux/capability.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <thread>
 
 #include "browser/dataFile.h"
 #include "browser/extensionData.h"
 #include "platform/error.h"
 #include "platform/linux/testHooks.h"
-#include "settings/ruleDocument.h"
 #include "tests/resident/residentTest.h"
 
 namespace resident {
@@ -19,13 +21,15 @@ namespace {
 using testing::ElementsAre;
 using DataFileFaults = ResidentTest;
 
-// While one lives, no file of this process grows beyond 16 KiB: a write takes what fits, and the next one nothing, as
-// on a disk that is full.
+constexpr std::size_t kRoom = 16'384;
+
+// While one lives, no file of this process grows beyond that room: a write takes what fits, and the next one nothing,
+// as on a disk that is full.
 class LittleRoom {
  public:
   LittleRoom() : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
     getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit little{.rlim_cur = 16'384, .rlim_max = before_.rlim_max};
+    const rlimit little{.rlim_cur = kRoom, .rlim_max = before_.rlim_max};
     EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
   }
   LittleRoom(const LittleRoom&) = delete;
@@ -86,19 +90,73 @@ TEST_F(DataFileFaults, AVersionThatIsReadOnlyIsLoggedAndTheOthersAreWritten) {
   EXPECT_THAT(log.Texts(), ElementsAre("Failed to create C:\\test\\ext\\1\\data.json, error=0x00000005\n"));
 }
 
-TEST_F(DataFileFaults, OnAFullDiskIsCutShortAndTheNextRefreshHealsIt) {
-  MakeMachine(u"Agent");
-  support::SetText(Hive::Machine, kRoot + u"\\http", u"rules", std::u16string(100'000, u'r'));
-  const std::u16string file = ChromeFolder() + u"\\1\\data.json";
-  MakeFolder(ChromeFolder() + u"\\1");
+// The document of an agent that redirects one scheme, by as long a rule.
+class FullDisk : public ResidentTest {
+ protected:
+  FullDisk() {
+    MakeMachine(u"Agent");
+    support::SetText(Hive::Machine, kRoot + u"\\http", u"rules", std::u16string(kRuleUnits, u'r'));
+    MakeFolder(folder);
+  }
+
+  void WriteWithoutRoom() const {
+    EXPECT_FALSE(browser::WriteExtensionData(browser::BrowserType::Chrome));
+    EXPECT_THAT(log.Texts(), ElementsAre("Failed to write to " + support::Narrow(file) + ", error=0x00000070\n"));
+    EXPECT_EQ(Content(file), document.substr(0, kRoom));
+  }
+
+  void WriteWithRoom() const {
+    EXPECT_TRUE(browser::WriteExtensionData(browser::BrowserType::Chrome));
+    EXPECT_EQ(Content(file), document);
+  }
+
+  static constexpr std::size_t kRuleUnits = 100'000;
+  const std::u16string folder = ChromeFolder() + u"\\1";
+  const std::u16string file = folder + u"\\data.json";
+  const std::string document =
+      "{\n"
+      "\t\"enabled\" : 1,\n"
+      "\t\"enabledIpRule\" : 0,\n"
+      "\t\"host\" : \"Windows\",\n"
+      "\t\"origin\" : \"Agent\",\n"
+      "\t\"protocols\" : \n"
+      "\t[\n"
+      "\t\t{\n"
+      "\t\t\t\"agentRules\" : \"\",\n"
+      "\t\t\t\"brokerHostname\" : \"\",\n"
+      "\t\t\t\"clientRules\" : \"" +
+      std::string(kRuleUnits, 'r') +
+      "\",\n"
+      "\t\t\t\"protocol\" : \"http\",\n"
+      "\t\t\t\"remoteItem\" : \"\"\n"
+      "\t\t}\n"
+      "\t],\n"
+      "\t\"version\" : \"8.18.0\"\n"
+      "}\n";
+};
+
+TEST_F(FullDisk, CutsTheFileShortAndTheNextRefreshHealsIt) {
   {
     const LittleRoom room;
-    EXPECT_FALSE(browser::WriteExtensionData(browser::BrowserType::Chrome));
+    WriteWithoutRoom();
   }
-  EXPECT_THAT(log.Texts(), ElementsAre("Failed to write to " + support::Narrow(file) + ", error=0x00000070\n"));
-  EXPECT_EQ(Content(file).value_or("").size(), 16'384U);
-  EXPECT_TRUE(browser::WriteExtensionData(browser::BrowserType::Chrome));
-  EXPECT_EQ(Content(file), settings::GetUrlRedirectionRules(browser::BrowserType::Chrome));
+  WriteWithRoom();
+}
+
+// The same on a real disk of that size. Only a superuser may bring one.
+TEST_F(FullDisk, OfSixteenKibibytesCutsTheFileShortAndHealsOnceThereIsRoom) {
+  const std::string place = machine.HostPath(folder).string();
+  bool mounted = false;
+  std::thread([&] {  // Its mounts are its own, and end with it.
+    mounted = unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+              mount("none", place.c_str(), "tmpfs", 0, "size=16k") == 0;
+    if (!mounted) return;
+    WriteWithoutRoom();
+    ASSERT_EQ(mount("none", place.c_str(), "tmpfs", MS_REMOUNT, "size=1m"), 0);
+    WriteWithRoom();
+  })
+      .join();
+  if (!mounted) GTEST_SKIP() << "this user may not mount a disk";
 }
 
 }  // namespace

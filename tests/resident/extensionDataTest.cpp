@@ -1,7 +1,6 @@
 // Where each browser's data file goes, and what stands there after a refresh and after a removal.
 #include "browser/extensionData.h"
 
-#include "settings/ruleDocument.h"
 #include "tests/resident/residentTest.h"
 
 namespace resident {
@@ -19,6 +18,30 @@ using ExtensionData = TracedResidentTest;
 
 constexpr const char* kNotForFirefox =
     "GetUserDataDirPathForChromiumBrowser: User data directory registry is not supported for Firefox.\n";
+// Of a machine that redirects no scheme.
+constexpr const char* kOfAnAgent =
+    "{\n"
+    "\t\"enabled\" : 1,\n"
+    "\t\"enabledIpRule\" : 0,\n"
+    "\t\"host\" : \"Windows\",\n"
+    "\t\"origin\" : \"Agent\",\n"
+    "\t\"protocols\" : [],\n"
+    "\t\"version\" : \"8.18.0\"\n"
+    "}\n";
+constexpr const char* kOfAClientForFirefox =
+    "{\n"
+    "\t\"data\" : \n"
+    "\t{\n"
+    "\t\t\"enabled\" : 1,\n"
+    "\t\t\"host\" : \"Windows\",\n"
+    "\t\t\"origin\" : \"Client\",\n"
+    "\t\t\"protocols\" : [],\n"
+    "\t\t\"version\" : \"8.18.0\"\n"
+    "\t},\n"
+    "\t\"description\" : \"ignored\",\n"
+    "\t\"name\" : \"url-rules@corvane-lumenar.x\",\n"
+    "\t\"type\" : \"storage\"\n"
+    "}\n";
 constexpr const char* kNoRules = "Failed to get the url filtering rules from registry.\n";
 
 TEST_F(ExtensionData, LiesInTheUsersLocalApplicationData) {
@@ -60,8 +83,7 @@ TEST_F(ExtensionData, GoesBelowThePolicysFolderAndNotToTheDefault) {
   SetText(Hive::User, kChromePolicy, u"UserDataDir", folder);
   MakeFolder(folder + u"\\Default\\Extensions\\" + kExtensionId + u"\\1");
   EXPECT_TRUE(WriteExtensionData(BrowserType::Chrome));
-  EXPECT_EQ(Content(folder + u"\\Default\\Extensions\\" + kExtensionId + u"\\1\\data.json"),
-            settings::GetUrlRedirectionRules(BrowserType::Chrome));
+  EXPECT_EQ(Content(folder + u"\\Default\\Extensions\\" + kExtensionId + u"\\1\\data.json"), kOfAnAgent);
   EXPECT_EQ(Content(ChromeFolder() + u"\\1\\data.json"), std::nullopt);
 }
 
@@ -74,11 +96,9 @@ TEST_F(ExtensionData, OfChromeAndEdgeGoesIntoEveryVersion) {
   EXPECT_TRUE(WriteExtensionData(BrowserType::Chrome));
   EXPECT_EQ(Content(EdgeFolder() + u"\\1.0_0\\data.json"), std::nullopt);
   EXPECT_TRUE(WriteExtensionData(BrowserType::Edge));
-  const std::string expected = settings::GetUrlRedirectionRules(BrowserType::Chrome);
-  EXPECT_THAT(expected, HasSubstr("\"enabledIpRule\""));
   for (const std::u16string& folder : {ChromeFolder(), EdgeFolder()}) {
-    EXPECT_EQ(Content(folder + u"\\1.0_0\\data.json"), expected);
-    EXPECT_EQ(Content(folder + u"\\1.1_0\\data.json"), expected);
+    EXPECT_EQ(Content(folder + u"\\1.0_0\\data.json"), kOfAnAgent);
+    EXPECT_EQ(Content(folder + u"\\1.1_0\\data.json"), kOfAnAgent);
   }
   EXPECT_THAT(log.Texts(), IsEmpty());
 }
@@ -94,7 +114,7 @@ TEST_F(ExtensionData, OfFirefoxLiesInItsFolderAndAKeyLeadsToIt) {
   MakeMachine(u"Client");
   MakeFolder(FirefoxFolder());
   EXPECT_TRUE(WriteExtensionData(BrowserType::Firefox));
-  EXPECT_EQ(Content(FirefoxFolder() + u"\\data.json"), settings::GetUrlRedirectionRules(BrowserType::Firefox));
+  EXPECT_EQ(Content(FirefoxFolder() + u"\\data.json"), kOfAClientForFirefox);
   EXPECT_EQ(Stored(Hive::User, kFirefoxKey), Terminated(FirefoxFolder() + u"\\data.json"));
   EXPECT_THAT(log.Texts(), IsEmpty());
 }

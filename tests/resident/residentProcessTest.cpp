@@ -173,8 +173,10 @@ TEST_F(ResidentProcess, BringsEverythingUpToDateAtItsStart) {
 TEST_F(ResidentProcess, WritesNothingButTheLaunchSchemeWhenRedirectionIsOffAtItsStart) {
   MakeMachine(u"Client", 0);
   SetText(Hive::Machine, kRoot + u"\\" + Scheme(u"a"), u"rules", u"first");
+  Put(EdgeFolder() + u"\\1\\data.json", "of an earlier life");
   support::Process process = Start();
   EXPECT_EQ(Content(chromeFile), std::nullopt);
+  EXPECT_EQ(Content(EdgeFolder() + u"\\1\\data.json"), "of an earlier life");
   EXPECT_FALSE(KeyExists(Hive::User, kClasses + Scheme(u"a")));
   EXPECT_TRUE(KeyExists(Hive::User, kClasses + kLaunchScheme));
   // A later refresh tells the extensions to stand down.

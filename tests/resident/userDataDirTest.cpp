@@ -79,6 +79,11 @@ TEST_F(UserDataDir, OfFirefoxThereIsNone) {
   EXPECT_THAT(helper.Traces(), IsEmpty());
 }
 
+TEST_F(UserDataDir, OfFirefoxHasNoPlaceInTheRegistry) {
+  EXPECT_THAT(browser::GetRegistryUserDataDirList(BrowserType::Firefox), IsEmpty());
+  EXPECT_THAT(helper.Traces(), ElementsAre("GetRegistryUserDataDirList: Browser type is not supported.\n"));
+}
+
 TEST_F(UserDataDir, AMachinesPolicyThatIsEmptyLeavesItToTheUsers) {
   support::SetBytes(Hive::Machine, kChromePolicy, u"UserDataDir", platform::REG_SZ, {});
   SetText(Hive::User, kChromePolicy, u"UserDataDir", u"C:\\user");

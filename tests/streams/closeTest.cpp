@@ -162,6 +162,48 @@ TEST_F(StreamClose, BehindTheEmptyMessageHasNoWayToThePeer) {
   EXPECT_THAT(link->TakeSentTypes(), IsEmpty());
 }
 
+TEST_F(StreamClose, BehindTheEmptyMessageTellsThePeerNothingThoughTheLinkIsThereForOthers) {
+  const auto other = NewAcceptor();
+  ASSERT_EQ(link->addStream(other), Status::Success);
+  Connect();
+  BeClosedByPeer();
+  EXPECT_EQ(stream->close(kNoLimit), Status::Success);
+  EXPECT_EQ(stream->state(), State::Closed);
+  pool::RunAll();
+  EXPECT_THAT(link->TakeSentTypes(), IsEmpty());
+  EXPECT_EQ(link->state(), LmIpclibLink::State::Connected);
+  EXPECT_EQ(link->removeStream(other), Status::Success);
+}
+
+TEST_F(StreamClose, OfThePeerTwiceIsHeardOnce) {
+  Connect();
+  EXPECT_EQ((Block{.type = Type::Close}).To(*stream), Status::Success);
+  EXPECT_EQ((Block{.type = Type::Close}).To(*stream), Status::Success);
+  stream->deferredDispatch();
+  pool::RunAll();
+  EXPECT_EQ(stream->state(), State::Closing);
+  EXPECT_THAT(heard.texts, ElementsAre("<end>"));
+}
+
+TEST_F(StreamClose, AnsweredBeforeItIsAskedForChangesNothing) {
+  Connect();
+  Hear(Type::CloseAck);
+  EXPECT_EQ(stream->state(), State::Connected);
+  EXPECT_THAT(heard.texts, IsEmpty());
+  EXPECT_EQ(stream->close(kNoLimit), Status::Success);
+  EXPECT_EQ(stream->state(), State::Closing) << "that answer does not count";
+}
+
+TEST_F(StreamClose, WithoutAnExecutorHasNoLimit) {
+  Connect();
+  executor.reset();
+  EXPECT_EQ(stream->close(std::chrono::seconds(1)), Status::Success);
+  EXPECT_EQ(stream->state(), State::Closing);
+  EXPECT_FALSE(pool::TimerSet());
+  stream->shutdown();
+  EXPECT_EQ(stream->state(), State::Closed);
+}
+
 TEST_F(StreamClose, BeforeMessagesFlowEndsWithTheLink) {
   auto status = BeginConnect();
   Answer();

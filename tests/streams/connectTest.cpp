@@ -1,3 +1,4 @@
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@ struct ConnectorStub {
   Status answers = Status::Success;
   std::uint64_t remoteStreamId = kPeerId;
   std::vector<StreamFlags> asked = {};
+  std::function<void(LmIpclibStream&)> meanwhile = [](LmIpclibStream&) {};
 };
 ConnectorStub connectorStub;
 
@@ -20,6 +22,7 @@ class Connector final : public LmIpclibLinkConnector {
  public:
   LmIpcStatusCode connect(const std::shared_ptr<Executor>&, const std::shared_ptr<LmIpclibStream>& stream,
                           const std::shared_ptr<LmIpclibLink>&, unsigned&) override {
+    connectorStub.meanwhile(*stream);
     stream->setRemote(5, connectorStub.remoteStreamId, StreamFlags(0x00420042));
     return connectorStub.answers;
   }
@@ -164,22 +167,42 @@ TEST_F(StreamConnect, EndsWhenTheStreamIsShutDownMeanwhile) {
   EXPECT_EQ(link->Streams(), 0u);
 }
 
-// Holds the thread that connects, once its handshake is over.
+// Holds the thread that connects, where its handshake begins ('>') or once it is over ('<').
 class HoldsTheConnect final : public quill::log::Sink {
  public:
+  explicit HoldsTheConnect(char where) : where_(where) {}
   void Write(std::int32_t, const quill::log::Location& location, std::string_view text) override {
-    if (std::string_view(location.function) != "connectExistingLink" || !text.starts_with("<")) return;
+    if (std::string_view(location.function) != "connectExistingLink" || !text.starts_with(where_)) return;
     held.set_value();
     released.get_future().wait();
   }
   std::promise<void> held, released;
+
+ private:
+  const char where_;
 };
+
+TEST_F(StreamConnect, SendsNoOpenForAStreamThatWasShutDownBefore) {
+  const auto holds = std::make_shared<HoldsTheConnect>('>');
+  ipcTrace->attach(holds);
+  stream = NewInitiator();
+  auto status = std::async(std::launch::async, [this] { return stream->connect({}, link, nullptr); });
+  holds->held.get_future().wait();
+  stream->shutdown();
+  holds->released.set_value();
+  EXPECT_EQ(status.get(), Status::StreamClosed);
+  ipcTrace->removeAllSinks();
+  EXPECT_EQ(stream->state(), State::Closed);
+  pool::RunAll();
+  EXPECT_THAT(link->TakeSentTypes(), IsEmpty());
+  EXPECT_EQ(link->Streams(), 0u);
+}
 
 class StreamShutDownBehindTheAcknowledgement : public StreamFixture {
  public:
   // The peer has agreed, and before `connect` returns the stream is shut down.
   void ConnectAndShutDown() {
-    const auto holds = std::make_shared<HoldsTheConnect>();
+    const auto holds = std::make_shared<HoldsTheConnect>('<');
     ipcTrace->attach(holds);
     auto status = BeginConnect();
     link->sent.clear();
@@ -247,6 +270,36 @@ TEST_F(StreamConnect, OnANewLinkFailsWithTheConnectorsStatus) {
   EXPECT_EQ(stream->connect(StreamFlags(9), nullptr, link), Status::AccessDenied);
   EXPECT_EQ(link->faults, 1);
   EXPECT_EQ(stream->state(), State::Closed);
+}
+
+TEST_F(StreamConnect, OnANewLinkThatTakesNoStreamsFailsWithItsStatusAndAsksForNoConnector) {
+  connectorStub = {.exists = true};
+  link->Refuse();
+  stream = NewInitiator();
+  EXPECT_EQ(stream->connect(StreamFlags(9), nullptr, link), Status::InvalidState);
+  EXPECT_EQ(stream->state(), State::Closed);
+  EXPECT_THAT(connectorStub.asked, IsEmpty());
+}
+
+TEST_F(StreamConnect, OnANewLinkCannotBeClosedMeanwhileButShutDown) {
+  LetGo();
+  for (const bool shutsDown : {false, true}) {
+    link = std::make_shared<Carrier>();
+    ASSERT_EQ(link->connecting(), Status::Success);
+    connectorStub = {.exists = true, .meanwhile = [shutsDown](LmIpclibStream& connecting) {
+                       EXPECT_EQ(connecting.state(), State::Connecting);
+                       EXPECT_EQ(connecting.close(kNoLimit), Status::InvalidState) << "there is no handshake to end";
+                       EXPECT_EQ(connecting.state(), State::Connecting);
+                       if (shutsDown) connecting.shutdown();
+                     }};
+    stream = NewInitiator();
+    EXPECT_EQ(stream->connect(StreamFlags(9), nullptr, link), shutsDown ? Status::StreamClosed : Status::Success);
+    pool::RunAll();
+    const std::vector<Type> told(shutsDown ? 1 : 0, Type::Shutdown);
+    EXPECT_EQ(link->TakeSentTypes(), told) << "the peer, who is known, is told";
+    LetGo();
+  }
+  link = Carrier::Connected(executor);
 }
 
 TEST_F(StreamConnect, OnANewLinkThatDoesNotStartFailsWithItsStatus) {

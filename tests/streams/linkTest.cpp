@@ -1,9 +1,11 @@
+#include <functional>
 #include <set>
 #include <vector>
 
 #include "lib/ipc/ipclib/ipclibLinkListener.h"
 #include "lib/ipc/ipclib/lineSink.h"
 #include "tests/streams/streamFixture.h"
+#include "tests/support/meeting.h"
 
 namespace streams {
 namespace {
@@ -57,10 +59,23 @@ TEST_F(Link, WithoutAnExecutorDoesNotStart) {
 
 TEST_F(Link, ThatIsConnectedKeepsNobodyWaiting) { EXPECT_EQ(link->connectWait(), Status::Success); }
 
+// Tells when a thread has come to wait for the link: it holds the lock from then on until it sleeps.
+class SeesTheWait final : public quill::log::Sink {
+ public:
+  void Write(std::int32_t, const quill::log::Location& location, std::string_view text) override {
+    if (std::string_view(location.function) == "connectWait" && text.starts_with(">")) seen.Give();
+  }
+  support::Signal seen;
+};
+
 TEST_F(Link, ThatFailsWakesThoseWhoWaitForIt) {
   const auto fresh = std::make_shared<Carrier>();
   ASSERT_EQ(fresh->connecting(), Status::Success);
+  const auto sees = std::make_shared<SeesTheWait>();
+  ipcTrace->attach(sees);
   auto waits = std::async(std::launch::async, [&] { return fresh->connectWait(); });
+  sees->seen.Await();
+  ipcTrace->removeAllSinks();
   fresh->shutdown();
   fresh->notifyConnectWaiters();
   EXPECT_EQ(waits.get(), Status::InvalidState);
@@ -121,6 +136,7 @@ TEST_F(Link, FindsNoStreamThatIsNotItsOwn) {
 TEST_F(Link, DoesNotRemoveItsControlStream) {
   const auto control = link->Control();
   EXPECT_EQ(link->removeStream(control), Status::NotFound);
+  EXPECT_EQ(link->eraseStream(control), Status::NotFound);
   EXPECT_EQ(link->Control(), control);
   EXPECT_EQ(link->state(), LinkState::Connected);
 }
@@ -164,6 +180,16 @@ TEST_F(Link, SendsWhatIsQueuedBeforeItCloses) {
   pool::RunAll();
   EXPECT_EQ(link->TakeSent().size(), 1u);
   EXPECT_EQ(link->state(), LinkState::Closed);
+}
+
+TEST_F(Link, WithoutACallbackForItsEndThrowsThere) {
+  const auto own = std::make_shared<Carrier>([](LmIpclibLink&) {}, nullptr);
+  ASSERT_EQ(own->connecting(), Status::Success);
+  unsigned errorCode = 0;
+  ASSERT_EQ(own->start(executor, errorCode), Status::Success);
+  EXPECT_THROW(own->close(), std::bad_function_call);
+  EXPECT_EQ(own->state(), LinkState::Closed);
+  pool::RunAll();
 }
 
 TEST_F(Link, IsTraced) {
@@ -292,9 +318,44 @@ TEST_F(ControlStream, CannotServeAnOpenOnALinkThatStops) {
     return Status::Success;
   });
   link->Refuse();
+  const auto lines = std::make_shared<quill::log::LineSink>();
+  ipcTrace->attach(lines);
   Ask(u"calc");
+  ipcTrace->removeAllSinks();
   EXPECT_FALSE(offered);
+  std::vector<std::string> ends;
+  for (const auto& line : lines->Take()) {
+    if ((line.function == "addStream" || line.function == "send") && line.text.starts_with("<")) {
+      ends.push_back(line.function + line.text.substr(line.text.rfind(',')));
+    }
+  }
+  EXPECT_THAT(ends, ElementsAre("addStream, status: InvalidState", "send, status: InvalidState"));
   EXPECT_THAT(link->TakeSentTypes(), IsEmpty()) << "a link that stops does not take the refusal either";
+}
+
+TEST_F(ControlStream, WhoseExecutorIsGoneDropsAnOpenWithoutAnAnswer) {
+  int offered = 0;
+  Listen([&](const std::shared_ptr<LmIpclibStream>&) {
+    ++offered;
+    executor.reset();
+    return Status::Success;
+  });
+  const auto control = link->Control();
+  const std::string payload = writeOpenPayload(u"calc");
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_EQ((Block{.type = Type::Open, .data = payload}).To(*control), Status::Success);
+  }
+  const auto lines = std::make_shared<quill::log::LineSink>();
+  ipcTrace->attach(lines);
+  control->deferredDispatch();
+  pool::RunAll();
+  ipcTrace->removeAllSinks();
+  EXPECT_EQ(offered, 1);
+  EXPECT_EQ(link->Streams(), 1u) << "of the second Open nothing is made";
+  EXPECT_THAT(link->TakeSentTypes(), IsEmpty());
+  EXPECT_THAT(
+      lines->TakeTexts(),
+      testing::Contains(fmt::format("< state: Connected, streamId: {:#x}, status: InvalidState", control->streamId())));
 }
 
 TEST_F(ControlStream, ThatGetsAMessageEndsTheLink) {

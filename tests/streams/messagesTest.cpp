@@ -4,6 +4,7 @@
 #include "lib/ipc/ipclib/lineSink.h"
 #include "tests/ipc/failingMalloc.h"
 #include "tests/streams/streamFixture.h"
+#include "tests/support/process.h"
 
 namespace streams {
 namespace {
@@ -162,6 +163,13 @@ TEST_F(StreamDispatch, CostsNothingWhenNothingHasCome) {
   EXPECT_EQ(pool::Queued(), 0u);
 }
 
+TEST_F(StreamDispatch, GivesAMessageItsStream) {
+  Connect();
+  heard.then = [this](const LmIpclibMsg& message) { EXPECT_EQ(message.stream(), stream); };
+  Hear(Type::Msg, "one");
+  EXPECT_EQ(heard.texts.size(), 1u);
+}
+
 TEST_F(StreamDispatch, SkipsTypesThatMeanNothingToAStream) {
   Connect();
   Hear(Type::None, "x");
@@ -189,6 +197,34 @@ TEST_F(StreamDispatch, OfALogicErrorInTheCallbackEndsTheLinkAndNotTheProcess) {
               testing::Contains(testing::AllOf(testing::StartsWith("- state: Connected, streamId: 0x53"),
                                                testing::EndsWith(", status: ProtocolError"))));
   ipcTrace->removeAllSinks();
+}
+
+CHILD_BODY(HearsWith) {
+  const auto executor = NewExecutor();
+  const auto link = Carrier::Connected(executor);
+  LmIpclibStream::RecvCallback callback;
+  if (arguments.at(0) == "a callback that throws") {
+    callback = [](Status, const std::shared_ptr<LmIpclibMsg>&) {
+      throw std::runtime_error("no mistake of the user's");
+    };
+  }
+  const auto stream = std::make_shared<LmIpclibStream>(kEndpoint, u"calc", StreamFlags(), 7, kPeerId, executor, link);
+  static_cast<void>(stream->accept({}, callback));
+  static_cast<void>((Block{.data = "x"}).To(*stream));
+  stream->deferredDispatch();
+  support::Say("delivering");
+  pool::RunAll();
+  support::Say("delivered");
+  return 0;
+}
+
+TEST_F(StreamDispatch, OfAnyOtherExceptionEndsTheProcessAsDoesTheWantOfACallback) {
+  for (const char* with : {"a callback that throws", "no callback"}) {
+    support::Process child = support::StartChild("HearsWith", {with});
+    EXPECT_EQ(child.Hear(), "delivering");
+    EXPECT_EQ(child.Hear(), "") << with;
+    EXPECT_NE(child.Wait(), 0) << with;
+  }
 }
 
 TEST_F(StreamDispatch, OfALogicErrorAtTheVeryEndStillLetsGoOfTheLink) {

@@ -35,10 +35,12 @@ class RawPeer {
   explicit RawPeer(std::uint32_t channelSize = 4096) : size(channelSize), toLink(channelSize), fromLink(channelSize) {}
 
   // A link that has started; the peer has not said yet that it is there.
-  [[nodiscard]] std::shared_ptr<OpenLink> Connect(const std::shared_ptr<Executor>& executor) const {
+  [[nodiscard]] std::shared_ptr<OpenLink> Connect(
+      const std::shared_ptr<Executor>& executor,
+      platform::ProcessHandle process = platform::GetCurrentProcess()) const {
     auto link = std::make_shared<OpenLink>();
     EXPECT_EQ(link->connecting(), LmIpcStatusCode::Success);
-    EXPECT_EQ(Attach(*link, toLink, fromLink, size), LmIpcStatusCode::Success);
+    EXPECT_EQ(Attach(*link, toLink, fromLink, size, process), LmIpcStatusCode::Success);
     unsigned errorCode = 0;
     EXPECT_EQ(link->start(executor, errorCode), LmIpcStatusCode::Success);
     return link;

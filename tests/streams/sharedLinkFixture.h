@@ -33,9 +33,9 @@ class SharedLink : public testing::Test {
   }
 
   // Both sides are up, and a stream is there that the peer knows as kPeerId.
-  void Connect(std::uint32_t channelSize = 4096) {
+  void Connect(std::uint32_t channelSize = 4096, platform::ProcessHandle process = platform::GetCurrentProcess()) {
     peer = std::make_unique<RawPeer>(channelSize);
-    link = peer->Connect(executor);
+    link = peer->Connect(executor, process);
     peer->Consume();
     stream = NewStream();
   }

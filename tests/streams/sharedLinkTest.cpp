@@ -147,6 +147,30 @@ TEST_F(SharedLink, DeliversEachBlockToItsStreamAndTellsThePeer) {
   EXPECT_THAT(other.texts, ElementsAre("b", "d"));
 }
 
+TEST_F(SharedLink, DeliversToItsStreamsInTheOrderOfTheirIds) {
+  Connect();
+  Receiver& other = others.emplace_back();
+  const auto second = NewStream(0x5300000000000BB0, &other);
+  ASSERT_LT(stream->streamId(), second->streamId());
+  std::vector<std::string> order;
+  heard.then = [&](const LmIpclibMsg& message) { order.push_back(TextOf(message)); };
+  other.then = heard.then;
+  peer->Put(Of({For(second, "later", 0x5300000000000BB0), For(stream, "earlier")}), 1);
+  EXPECT_THAT(order, ElementsAre("earlier", "later"));
+  heard.then = other.then = nullptr;
+}
+
+TEST_F(SharedLink, HasSixTasksAndItsControlStreamOneLikeEveryStream) {
+  peer = std::make_unique<RawPeer>();
+  link = peer->Connect(executor);
+  EXPECT_EQ(pool::Objects(), 6 + 1u);
+  std::vector<std::shared_ptr<LmIpclibStream>> many;
+  for (std::size_t i = 1; i <= 100; ++i) {
+    many.push_back(NewStream(kPeerId + i));
+    EXPECT_EQ(pool::Objects(), 6 + 1 + i);
+  }
+}
+
 struct Fault {
   const char* tells;
   std::function<void(RawTransaction&)> breaks;
@@ -362,6 +386,107 @@ TEST_F(SharedLink, WhosePeerFailsShutsItsStreamsDownAndDoesNotAnswer) {
   EXPECT_THAT(heard.texts, ElementsAre("<end>"));
   EXPECT_FALSE(TakeSignal(peer->toLink.error));
   EXPECT_FALSE(TakeSignal(peer->toLink.stop));
+}
+
+TEST_F(SharedLink, ThatFailsWhileItClosesGivesUpWhatIsUnsent) {
+  Connect();
+  ASSERT_EQ(Send(stream, "one"), Status::Success);
+  pool::RunAll();
+  ASSERT_EQ(Send(stream, "two"), Status::Success);
+  link->close();
+  pool::RunAll();
+  EXPECT_EQ(link->state(), LinkState::Closing) << "the peer has not taken the first yet";
+  link->shutdown();
+  pool::RunAll();
+  EXPECT_EQ(link->state(), LinkState::Closed);
+  EXPECT_THAT(completed, ElementsAre(Status::Success, Status::StreamClosed));
+  EXPECT_TRUE(TakeSignal(peer->toLink.error));
+}
+
+TEST_F(SharedLink, ThatHasFailedTakesNothingUntilItsLastStreamLeavesAndThenNothing) {
+  Connect();
+  link->shutdown();
+  for (const LinkState state : {LinkState::ShuttingDown, LinkState::Closed}) {
+    EXPECT_EQ(link->state(), state);
+    EXPECT_EQ(link->Streams(), state == LinkState::ShuttingDown ? 1u : 0u) << "its user has not heard the end";
+    const auto late = std::make_shared<LmIpclibStream>(kEndpoint, u"s", StreamFlags(), 7, kPeerId, executor, link);
+    EXPECT_EQ(link->addStream(late), Status::InvalidState);
+    EXPECT_EQ(link->send(std::make_shared<LmIpclibMsg>(Type::Shutdown, 0, Status::Success, nullptr, 1, 2, 0, nullptr,
+                                                       nullptr)),
+              Status::InvalidState);
+    EXPECT_EQ(link->connecting(), Status::InvalidState);
+    EXPECT_EQ(link->connectWait(), Status::InvalidState);
+    pool::RunAll();
+  }
+}
+
+TEST_F(SharedLink, TellsThatItFailsBeforeItsStreamsHear) {
+  peer = std::make_unique<RawPeer>();
+  std::vector<std::string> told;
+  link = std::make_shared<OpenLink>(
+      [&](LmIpclibLink& which) {
+        told.emplace_back(NameOf(which.state()));
+        EXPECT_EQ(stream->state(), State::Connected);
+      },
+      [&](LmIpclibLink& which) { told.emplace_back(NameOf(which.state())); });
+  ASSERT_EQ(link->connecting(), Status::Success);
+  ASSERT_EQ(Attach(*link, peer->toLink, peer->fromLink, peer->size), Status::Success);
+  unsigned errorCode = 0;
+  ASSERT_EQ(link->start(executor, errorCode), Status::Success);
+  stream = NewStream();
+  link->shutdown();
+  EXPECT_THAT(told, ElementsAre("ShuttingDown"));
+  pool::RunAll();
+  link->shutdown();
+  EXPECT_THAT(told, ElementsAre("ShuttingDown", "Closed"));
+}
+
+// Calls into the link when it is let go of, as what a user's callback keeps may do.
+class Keepsake {
+ public:
+  Keepsake(std::weak_ptr<OpenLink> link, int& gone) : link_(std::move(link)), gone_(gone) {}
+  Keepsake(const Keepsake&) = delete;
+  Keepsake& operator=(const Keepsake&) = delete;
+  ~Keepsake() {
+    if (const auto link = link_.lock()) {
+      EXPECT_EQ(link->getLinkListener(), nullptr);
+    }
+    ++gone_;
+  }
+
+ private:
+  const std::weak_ptr<OpenLink> link_;
+  int& gone_;
+};
+
+TEST_F(SharedLink, LetsGoOfWhatCompletionsKeepWithNoLockHeld) {
+  const std::string text = "text";
+  for (const bool peerStops : {false, true}) {
+    SCOPED_TRACE(peerStops);
+    Connect();
+    int gone = 0;
+    int told = 0;
+    const auto send = [&] {
+      return stream
+          ->send({}, static_cast<std::uint32_t>(text.size()), text.data(),
+                 [&told, keeps = std::make_shared<Keepsake>(link, gone)](Status, const std::shared_ptr<LmIpclibMsg>&) {
+                   ++told;
+                 })
+          .status();
+    };
+    ASSERT_EQ(send(), Status::Success);
+    pool::RunAll();
+    ASSERT_EQ(send(), Status::Success);
+    link->close();
+    // The stream's end is queued, so the link looks whether it may end, and may not: with its lock held.
+    platform::SetEvent((peerStops ? peer->fromLink.stop : peer->fromLink.dataConsumed).get());
+    ASSERT_EQ(pool::Queued(), 2u);
+    pool::Run(1);
+    EXPECT_EQ(told, 2);
+    EXPECT_EQ(gone, 2);
+    link->shutdown();
+    pool::RunAll();
+  }
 }
 
 TEST_F(SharedLink, TellsOnceThatItStopsAndOnceThatItHasClosed) {

@@ -182,14 +182,14 @@ PTP_TIMER CreateThreadpoolTimer(PTP_TIMER_CALLBACK callback, void* context, cons
   object->callback = [=] { callback(kInstance, context, timer); };
   return timer;
 }
-void SetThreadpoolTimer(PTP_TIMER timer, const FILETIME* dueTime, DWORD period, DWORD) noexcept {
+void SetThreadpoolTimer(PTP_TIMER timer, const FILETIME* dueTime, DWORD period, DWORD window) noexcept {
   auto& state = streams::pool::The();
   const std::lock_guard lock(state.lock);
   auto& set = Of(timer)->timer;
   set.reset();
   if (dueTime == nullptr) return;
   const auto due = static_cast<std::uint64_t>(dueTime->dwHighDateTime) << 32 | dueTime->dwLowDateTime;
-  set = {.due = static_cast<std::int64_t>(due), .period = period};
+  set = {.due = static_cast<std::int64_t>(due), .period = period, .window = window};
 }
 void WaitForThreadpoolTimerCallbacks(PTP_TIMER timer, bool cancelPending) noexcept {
   streams::pool::WaitFor(Of(timer), cancelPending);

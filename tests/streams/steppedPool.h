@@ -27,6 +27,7 @@ void AwaitQueued();
 struct Timer {
   std::int64_t due;
   std::uint32_t period;
+  std::uint32_t window;  // Milliseconds that it may be late.
 };
 [[nodiscard]] std::optional<Timer> TimerSet();
 

@@ -1,7 +1,9 @@
 // Closing a task, wherever it stands and whoever does it.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <thread>
+#include <utility>
 
 #include "tests/task/taskSupport.h"
 
@@ -104,20 +106,102 @@ TEST(CloseFromOutside, WaitsUntilTheRunningFunctionEnds) {
   }
 }
 
+// Tasks of each kind that have been told to run, for tests that hold of all of them.
+template <class Function>
+std::shared_ptr<WtpTimerTaskContext> RunningTimer(TaskExecutor& executor, Function function) {
+  auto task = executor.create(std::function<void()>(std::move(function)));
+  executor.setRelative(task, 0ns, 0ns);
+  return task;
+}
+template <class Function>
+std::shared_ptr<WtpWaitTaskContext> RunningWait(TaskExecutor& executor, EventHandle signalled, Function function) {
+  auto task = executor.create(signalled, std::function<void()>(std::move(function)));
+  executor.start(task);
+  return task;
+}
+
+// A callback that stays until it is let go.
+struct Stay {
+  Signal entered;
+  Signal leave;
+  std::atomic<bool> left{false};
+
+  [[nodiscard]] auto Function(std::atomic<int>& functionsEnded) {
+    return [this, life = Life(functionsEnded)] {
+      entered.Set();
+      leave.Await();
+      left = true;
+    };
+  }
+};
+
+template <class Task>
+void CloseFromAThread(TaskExecutor& executor, std::shared_ptr<Task> task, Stay& stay,
+                      const std::atomic<int>& functionsEnded) {
+  stay.entered.Await();
+  std::thread opener([&] { stay.leave.Set(); });
+  executor.close(task);
+  EXPECT_TRUE(stay.left);
+  EXPECT_EQ(functionsEnded, 0);
+  opener.join();
+  task.reset();
+  EXPECT_EQ(functionsEnded, 1);
+}
+
 TEST(CloseFromOutside, WaitsForATimersFunction) {
   Executor executor;
   for (int i = 0; i < kRepetitions; ++i) {
-    Signal entered;
-    std::atomic<int> inside{0};
-    const auto timer = executor->create([&] {
-      ++inside;
-      entered.Set();
-      --inside;
-    });
-    executor->setRelative(timer, 0ns, 1ms);
-    entered.Await();
-    executor->close(timer);
-    EXPECT_EQ(inside, 0);
+    std::atomic<int> functionsEnded{0};
+    Stay stay;
+    CloseFromAThread(*executor, RunningTimer(*executor, stay.Function(functionsEnded)), stay, functionsEnded);
+  }
+}
+
+TEST(CloseFromOutside, WaitsForAWaitsFunction) {
+  Executor executor;
+  for (int i = 0; i < kRepetitions; ++i) {
+    std::atomic<int> functionsEnded{0};
+    Stay stay;
+    Signal signal;
+    signal.Set();
+    CloseFromAThread(*executor, RunningWait(*executor, signal.Handle(), stay.Function(functionsEnded)), stay,
+                     functionsEnded);
+  }
+}
+
+template <class Task>
+void CloseFromAnotherCallback(TaskExecutor& executor, std::shared_ptr<Task> task, Stay& stay) {
+  stay.entered.Await();
+  const auto closing = executor.create([&](void*, void*) {
+    stay.leave.Set();
+    executor.close(std::move(task));
+    EXPECT_TRUE(stay.left);
+  });
+  executor.submit(closing, {}, {});
+  executor.waitForCallbacks(closing);
+  EXPECT_TRUE(stay.left);
+  executor.close(closing);
+}
+
+TEST(CloseFromAnotherCallback, WaitsForATimersFunction) {
+  Executor executor;
+  for (int i = 0; i < kRepetitions; ++i) {
+    std::atomic<int> functionsEnded{0};
+    Stay stay;
+    CloseFromAnotherCallback(*executor, RunningTimer(*executor, stay.Function(functionsEnded)), stay);
+    EXPECT_EQ(functionsEnded, 1);
+  }
+}
+
+TEST(CloseFromAnotherCallback, WaitsForAWaitsFunction) {
+  Executor executor;
+  for (int i = 0; i < kRepetitions; ++i) {
+    std::atomic<int> functionsEnded{0};
+    Stay stay;
+    Signal signal;
+    signal.Set();
+    CloseFromAnotherCallback(*executor, RunningWait(*executor, signal.Handle(), stay.Function(functionsEnded)), stay);
+    EXPECT_EQ(functionsEnded, 1);
   }
 }
 
@@ -206,6 +290,29 @@ TEST(CloseWhileQueued, DropsTheCallbacksAndReleasesTheirArgumentsOnce) {
     EXPECT_EQ(released, 0);  // They go with the handle.
     work.reset();
     EXPECT_EQ(released, 6);
+    leave.Set();
+    executor->close(gate);
+    EXPECT_EQ(runs, 0);
+  }
+}
+
+TEST(CloseWhileQueued, DropsAWaitsCallback) {
+  Executor executor(true);
+  for (int i = 0; i < kRepetitions; ++i) {
+    std::atomic<int> runs{0};
+    Signal entered;
+    Signal leave;
+    const auto gate = executor->create([&](void*, void*) {
+      entered.Set();
+      leave.Await();
+    });
+    executor->submit(gate, {}, {});
+    entered.Await();
+    // The pool takes the signal when it queues the callback.
+    const UniqueEvent signal(CreateEventW(nullptr, false, true, nullptr));
+    auto wait = RunningWait(*executor, signal.get(), [&] { ++runs; });
+    while (WaitForSingleObject(signal.get(), 0) == WAIT_OBJECT_0) SetEvent(signal.get());
+    executor->close(std::move(wait));
     leave.Set();
     executor->close(gate);
     EXPECT_EQ(runs, 0);

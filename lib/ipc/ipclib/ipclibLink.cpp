@@ -147,29 +147,32 @@ LmIpcStatusCode LmIpclibLink::eraseStream(const std::shared_ptr<LmIpclibStream>&
 }
 
 bool LmIpclibLink::shutdownLinkWithCheck(Lock& lock) {
-  const auto tells = [this](bool success) {
-    Trace(TraceChannel::Link, "m_state: {}, linkId: {:#x}, success: {}", state(), linkId_, success);
-    return success;
-  };
-  if (!streams.empty()) return tells(false);
+  const bool ended = endWhenDone(lock);
+  Trace(TraceChannel::Link, "m_state: {}, linkId: {:#x}, success: {}", state(), linkId_, ended);
+  return ended;
+}
+
+bool LmIpclibLink::endWhenDone(Lock& lock) {
+  if (!streams.empty()) return false;
   if (state() == State::Connected) {
-    stop(lock);  // Comes back here, in Closing.
-    return tells(false);
+    stop(lock);  // Comes back to the check, in Closing.
+    return false;
   }
   const bool inOrder = state() == State::Closing;
-  if (!inOrder && state() != State::ShuttingDown) return tells(false);
-  // Whoever sends comes here again.
-  if (!deferredSends.empty() || sendState == SendState::Sending) return tells(false);
+  if (!inOrder && state() != State::ShuttingDown) return false;
+  // Whoever sends comes to the check again.
+  if (!deferredSends.empty() || sendState == SendState::Sending) return false;
   setState(State::Closed);
   linkStop(lock);
   lock.unlock();
   if (inOrder) stopWorkers();
   onClosed_(*this);
-  return tells(true);
+  return true;
 }
 
 std::shared_ptr<LmIpclibLinkListener> LmIpclibLink::getLinkListener() const {
   const Lock lock(m_lock);
+  const LinkTrace trace(TraceChannel::Link, *this);
   return linkListener.lock();
 }
 

@@ -195,6 +195,7 @@ class LmIpclibLink : public std::enable_shared_from_this<LmIpclibLink> {
   std::weak_ptr<LmIpclibLinkListener> linkListener;
 
  private:
+  bool endWhenDone(Lock& lock);
   void queueDeferredSend(Lock& lock);
   LmIpcStatusCode startControlStream(const std::shared_ptr<task::TaskExecutor>& executor);
   // The bodies of the tasks.

@@ -28,9 +28,10 @@ bool isUsable(const std::shared_ptr<Owner>& holder) {
   return holder && isUsable(holder->get());
 }
 
+// Each goes when it has been told: what its callback keeps is the user's, and is never let go of with a lock held.
 template <class Messages>
-void complete(const Messages& messages, LmIpcStatusCode status) {
-  for (const auto& message : messages) message->sendComplete(status);
+void complete(Messages& messages, LmIpcStatusCode status) {
+  for (; !messages.empty(); messages.pop_front()) messages.front()->sendComplete(status);
 }
 
 }  // namespace

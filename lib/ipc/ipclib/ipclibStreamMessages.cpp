@@ -184,7 +184,7 @@ void LmIpclibStream::onProtoMsg(const std::shared_ptr<LmIpclibMsg>& message) {
 
 void LmIpclibStream::onProtoClose() {
   Lock lock(mutex_);
-  const StreamTrace trace(TraceChannel::Msg, *this);
+  const StreamTrace trace(TraceChannel::Stream, *this);
   if (state() == State::Connected) {
     setState(State::Closing);
     closeState_ = CloseState::RemoteClose;
@@ -196,12 +196,12 @@ void LmIpclibStream::onProtoClose() {
 
 void LmIpclibStream::onProtoCloseAck() {
   Lock lock(mutex_);
-  const StreamTrace trace(TraceChannel::Msg, *this);
+  const StreamTrace trace(TraceChannel::Stream, *this);
   if (isClosing(CloseState::LocalClose)) onCloseAnswered(lock);
 }
 
 void LmIpclibStream::onProtoShutdown() {
-  const StreamTrace trace(TraceChannel::Msg, *this);
+  const StreamTrace trace(TraceChannel::Stream, *this);
   shutdown();
 }
 
