@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/rpc.h"
 #include "tests/service/servedClients.h"
 #include "tests/support/machine.h"
 #include "tests/support/process.h"
@@ -23,13 +24,13 @@ inline std::string ServiceProgram() {
   return support::Beside("standInService" + std::filesystem::path(support::OwnPath()).extension().string());
 }
 
-// One that serves streams::kEndpoint.
 class ServiceProcess {
  public:
-  explicit ServiceProcess(std::vector<std::string> switches = {}) : process_(Started(std::move(switches))) {}
+  explicit ServiceProcess(const platform::GUID& endpoint, std::vector<std::string> switches = {})
+      : endpoint_(standIn::GuidText(endpoint)), process_(Started(std::move(switches))) {}
 
   [[nodiscard]] std::string Next() { return process_.Hear(); }
-  void AwaitReady() { EXPECT_EQ(Next(), "ready " + standIn::GuidText(streams::kEndpoint)); }
+  void AwaitReady() { EXPECT_EQ(Next(), "ready " + endpoint_); }
   // Past what it prints until the client's side of the link has come up.
   void AwaitConnected() {
     EXPECT_THAT(Next(), testing::StartsWith("connect stream talk procedure "));
@@ -44,18 +45,19 @@ class ServiceProcess {
   [[nodiscard]] std::string ErrorOutput() { return process_.ErrorOutput(); }
 
  private:
-  static support::Process Started(std::vector<std::string> switches) {
-    switches.insert(switches.begin(), {"--guid", standIn::GuidText(streams::kEndpoint)});
+  [[nodiscard]] support::Process Started(std::vector<std::string> switches) const {
+    switches.insert(switches.begin(), {"--guid", endpoint_});
     return support::Process({.program = ServiceProgram(), .arguments = std::move(switches), .environment = {}});
   }
 
+  const std::string endpoint_;
   support::Process process_;
 };
 
 // A stream of a new link, to whoever serves the endpoint.
 class Caller {
  public:
-  Caller() = default;
+  explicit Caller(const platform::GUID& endpoint) : endpoint_(endpoint) {}
   Caller(const Caller&) = delete;
   Caller& operator=(const Caller&) = delete;
   ~Caller() {
@@ -65,8 +67,7 @@ class Caller {
 
   Status Connect(StreamFlags flags = kPlain, std::u16string name = u"talk") {
     link = std::make_shared<OpenLink>([](LmIpclibLink&) {}, [this](LmIpclibLink&) { closed_.Give(); });
-    stream = std::make_shared<LmIpclibStream>(streams::kEndpoint, std::move(name), flags, executor.Share(),
-                                              heard.Callback());
+    stream = std::make_shared<LmIpclibStream>(endpoint_, std::move(name), flags, executor.Share(), heard.Callback());
     EXPECT_EQ(link->connecting(), Status::Success);
     const Status status = stream->connect(flags, nullptr, link);
     return status == Status::Success ? stream->completeConnect() : status;
@@ -89,13 +90,22 @@ class Caller {
   std::shared_ptr<LmIpclibStream> stream;
 
  private:
+  const platform::GUID endpoint_;
   support::Signal closed_;
   bool closedAwaited_ = false;
 };
 
 class ServiceOfItsOwn : public testing::Test {
  protected:
+  // A new one for each test: a process keeps its connection to the service that it knows at an endpoint.
+  static platform::GUID NewEndpoint() {
+    platform::GUID endpoint{};
+    EXPECT_EQ(platform::UuidCreate(&endpoint), platform::RPC_S_OK);
+    return endpoint;
+  }
+
   support::Machine machine;
+  const platform::GUID endpoint = NewEndpoint();
 };
 
 }  // namespace service
