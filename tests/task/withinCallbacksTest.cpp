@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -14,6 +15,9 @@ namespace {
 using namespace task;
 using namespace std::chrono_literals;
 
+// It must not come while a test runs: a timer that is due calls its function again.
+constexpr TimerTaskExecutor::AbsoluteTime kFarAhead(std::chrono::hours(24 * 365 * 200));
+
 // On tasks of its own; nothing of it needs a thread of the pool.
 void DoAllButWait(TaskExecutor& executor) {
   const Signal signal;
@@ -22,7 +26,7 @@ void DoAllButWait(TaskExecutor& executor) {
   auto wait = executor.create(signal.Handle(), [] {});
   auto work = executor.create([](void*, void*) {});
   executor.setRelative(timer, 1h, 0ns);
-  executor.setAbsolute(timer, TimerTaskExecutor::AbsoluteTime(std::chrono::hours(24 * 365 * 200)));
+  executor.setAbsolute(timer, kFarAhead);
   executor.cancel(timer);
   executor.start(wait);
   executor.stop(wait);
@@ -58,7 +62,7 @@ TEST(WithinATimersCallback, EverythingCanBeDone) {
   std::shared_ptr<WtpTimerTaskContext> timer;
   timer = executor->create([&] {
     DoEverything(*executor);
-    executor->setAbsolute(timer, {});
+    executor->setAbsolute(timer, kFarAhead);
     executor->setRelative(timer, 1h, 1ms);
     executor->cancel(timer);
     executor->close(timer);
