@@ -15,7 +15,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <shared_mutex>
 #include <string>
 #include <string_view>
 
@@ -49,7 +48,7 @@ enum class LmIpclibLinkState : std::uint32_t {
 class LmIpclibLink : public std::enable_shared_from_this<LmIpclibLink> {
  public:
   using State = LmIpclibLinkState;
-  using Lock = std::unique_lock<std::shared_mutex>;
+  using Lock = std::unique_lock<std::mutex>;
   using Callback = std::function<void(LmIpclibLink&)>;
   // The streams that a transaction had blocks for, by their streamId; the control stream stands under 0.
   using StreamTable = std::map<std::uint64_t, std::shared_ptr<LmIpclibStream>>;
@@ -152,7 +151,7 @@ class LmIpclibLink : public std::enable_shared_from_this<LmIpclibLink> {
   const std::uint64_t linkId_;
 
  protected:
-  mutable std::shared_mutex m_lock;         // Taken exclusively. Guards all below that is neither const nor atomic.
+  mutable std::mutex m_lock;                // Guards all below that is neither const nor atomic.
   std::atomic<State> m_state{State::Init};  // Changed under the lock; traces read it without.
 
  private:
