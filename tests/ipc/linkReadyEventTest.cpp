@@ -24,7 +24,14 @@ constexpr platform::GUID kEndpoint{0x875AC244, 0xB80A, 0x420E, {0x90, 0xA2, 0x9C
 constexpr char16_t kName[] = u"Global\\ipclibLinkReady({875AC244-B80A-420E-90A2-9C69DFD8E728})";
 constexpr std::uint32_t kLong = 600'000;
 
-class LinkReadyEvent : public ipcTests::ChannelFixture {
+// With the first name that a process looks up, the system of Windows opens the folder of names, for good.
+struct FolderOfNames {
+  FolderOfNames() {
+    platform::UniqueEvent(platform::CreateEventW(nullptr, true, false, u"Lumenar Test: first")).reset();
+  }
+};
+
+class LinkReadyEvent : private FolderOfNames, public ipcTests::ChannelFixture {
  protected:
   const support::Machine machine;
 };
