@@ -1,7 +1,7 @@
 // The machine in a folder: where its hives, its drive and its meeting points lie.
 //
 //   $XDG_DATA_HOME/lumenar/machine/    machine.reg, user.reg, drive_c/      (default ~/.local/share)
-//   $XDG_RUNTIME_DIR/lumenar/          windows/, objects/                   (default a 0700 folder under /tmp)
+//   $XDG_RUNTIME_DIR/lumenar/          windows/, objects/, endpoints/       (default a 0700 folder under /tmp)
 //
 // The folders are looked up in the environment at each call, so that a test can move from one machine to the next. Each
 // is made once in a process's life, and must then stay.

@@ -28,7 +28,7 @@ std::string Narrow(const char16_t* text) { return text != nullptr ? support::Nar
 
 char16_t* HandOut(std::u16string_view text) {
   ++rpc.texts;
-  auto* const copy = new char16_t[text.size() + 1];
+  char16_t* const copy = rpc.memory.emplace_back(std::make_unique<char16_t[]>(text.size() + 1)).get();
   *std::ranges::copy(text, copy).out = u'\0';
   return copy;
 }
@@ -60,7 +60,7 @@ RPC_STATUS RpcStringFreeW(char16_t** text) noexcept {
     static_cast<void>(connector::Note("RpcStringFreeW"));
     --rpc.texts;
   }
-  delete[] std::exchange(*text, nullptr);
+  *text = nullptr;
   return RPC_S_OK;
 }
 
