@@ -21,6 +21,7 @@
 namespace clientTests {
 
 using library::kEndpoint;
+using library::Matches;
 using library::Service;
 using quill::ipc::LmIpclibMsg;
 using quill::ipc::LmIpclibStream;
@@ -28,7 +29,6 @@ using quill::ipc::StreamFlags;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 using Status = quill::ipc::LmIpcStatusCode;
 
 // Lines as "E Class::Method(): text".

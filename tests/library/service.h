@@ -2,12 +2,16 @@
 // place of the way to real services, for the test program that is linked with it.
 #pragma once
 
+#include <gmock/gmock.h>
+
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,6 +32,11 @@ using Status = LmIpcStatusCode;
 
 inline constexpr platform::GUID kEndpoint = streams::kEndpoint;
 inline constexpr platform::GUID kOtherEndpoint{0x11223344, 0x5566, 0x7788, {1, 2, 3, 4, 5, 6, 7, 9}};
+
+// The test library's own expressions know no sets of characters on Windows.
+MATCHER_P(Matches, pattern, "matches '" + std::string(pattern) + "'") {
+  return std::regex_match(std::string(arg), std::regex(std::string(pattern)));
+}
 
 // What the service was asked to wait for.
 struct WaitAsked {
