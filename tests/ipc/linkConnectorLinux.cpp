@@ -76,14 +76,17 @@ class LinkConnectorByHandles : public ipcTests::ChannelFixture {
 TEST_F(LinkConnectorByHandles, LetsTheServiceSeeTheClientGo) {
   platform::UniquePipe pipe;
   platform::UniqueProcess process;
+  support::Signal asked;
   const auto service = support::RpcService::Listen(kEndpoint, [&](const support::ConnectRequest& request) {
     EXPECT_EQ(request.procedure, 1u);
     pipe.reset(ipcTests::Duplicated(request.clientPipe));
     process.reset(ipcTests::Duplicated(request.clientProcess));
+    asked.Give();
     return Grant();
   });
   support::Process client = support::StartChild("ConnectsByHandles");
   ASSERT_EQ(client.Hear(), "Success");
+  asked.Await();
   EXPECT_EQ(platform::WaitForSingleObject(process.get(), 0), platform::WAIT_TIMEOUT);
   client.Kill();
   std::uint8_t nothing = 0;
