@@ -141,7 +141,7 @@ bool TxPollThread::RemoveItem(const RCPtr<TxPollItem>& item, bool wait) {
     Log(kRemoveItem, 4, "%s: Item %s belongs to 0x%p", name, item->Name(), ThreadIdPointer(owner));
     return false;
   }
-  const RCPtr<TxPollItem> kept = item;
+  const RCPtr<TxPollItem> kept(item.Get());  // The caller's own may be the one in the list.
   if (wait) WaitLocked(kept);
   if (kept->ownerId != id) {
     Log(kRemoveItem, 4, "%s: Item %s not found", name, kept->Name());

@@ -69,8 +69,8 @@ class LinkConnectorByHandles : public ipcTests::ChannelFixture {
   }
 
   const support::Machine machine;
-  const ipcTests::ServedChannel receive;
-  const ipcTests::ServedChannel send;
+  const ipcTests::ServedChannel receive{};
+  const ipcTests::ServedChannel send{};
 };
 
 TEST_F(LinkConnectorByHandles, LetsTheServiceSeeTheClientGo) {

@@ -45,7 +45,6 @@ class WholeWithdrawal : public ResidentTest {
   struct State {
     std::string userHive;
     std::map<std::string, std::string> disk;  // Path to content; a folder has none.
-    friend bool operator==(const State&, const State&) = default;
   };
 
   WholeWithdrawal() {
