@@ -52,7 +52,6 @@ class LogMessage : public RCObject {
 
  private:
   friend class LogMessageBlock;
-  friend class LogMessageCache;
   static constexpr int kInlineSize = 256;
   static constexpr int kLongestText = 0x3FFFFFFF;
 

@@ -3,7 +3,6 @@
 //
 //   log [--runs COUNT]      default 21 runs of each, in turn
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <vector>
@@ -11,27 +10,14 @@
 #include "runtime/logLine.h"
 #include "runtime/loggerManager.h"
 #include "tests/bench/figures.h"
+#include "tests/bench/loop.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using bench::NanosecondsEach;
 
 constexpr int kRounds = 2'000'000;
 constexpr int kLines = 50'000;
-
-// The loop stays as it is written, and what it works on may have changed.
-inline void Barrier(std::uint64_t& value) { asm volatile("" : "+r"(value) : : "memory"); }
-
-template <class Body>
-double NanosecondsEach(int rounds, const Body& body) {
-  std::uint64_t id = 1;
-  const Clock::time_point began = Clock::now();
-  for (int round = 0; round < rounds; ++round) {
-    Barrier(id);
-    body(id);
-  }
-  return std::chrono::duration<double, std::nano>(Clock::now() - began).count() / rounds;
-}
 
 class EmptyWriter : public runtime::LogWriter {
  public:

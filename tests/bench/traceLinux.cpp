@@ -3,7 +3,6 @@
 //
 //   trace [--runs COUNT]      default 21 runs of each, in turn
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -12,28 +11,15 @@
 
 #include "lib/ipc/ipclib/ipclibTrace.h"
 #include "tests/bench/figures.h"
+#include "tests/bench/loop.h"
 
 namespace {
 
 using namespace quill::ipc;
-using Clock = std::chrono::steady_clock;
+using bench::NanosecondsEach;
 
 constexpr int kRounds = 2'000'000;
 constexpr int kRoundsWithASink = 50'000;
-
-// The loop stays as it is written, and what it works on may have changed.
-inline void Barrier(std::uint64_t& value) { asm volatile("" : "+r"(value) : : "memory"); }
-
-template <class Body>
-double NanosecondsEach(int rounds, const Body& body) {
-  std::uint64_t id = 1;
-  const Clock::time_point began = Clock::now();
-  for (int round = 0; round < rounds; ++round) {
-    Barrier(id);
-    body(id);
-  }
-  return std::chrono::duration<double, std::nano>(Clock::now() - began).count() / rounds;
-}
 
 class NoSink : public quill::log::Sink {
  public:

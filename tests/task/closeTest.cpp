@@ -276,22 +276,14 @@ TEST(CloseWhileQueued, DropsTheCallbacksAndReleasesTheirArgumentsOnce) {
   for (int i = 0; i < kRepetitions; ++i) {
     std::atomic<int> runs{0};
     std::atomic<int> released{0};
-    Signal entered;
-    Signal leave;
-    const auto gate = executor->create([&](void*, void*) {
-      entered.Set();
-      leave.Await();
-    });
-    executor->submit(gate, {}, {});
-    entered.Await();
+    Gate gate(*executor);
     auto work = executor->create([&](void*, void*) { ++runs; });
     for (int submitted = 0; submitted < 3; ++submitted) executor->submit(work, Counting(released), Counting(released));
     executor->close(work);
     EXPECT_EQ(released, 0);  // They go with the handle.
     work.reset();
     EXPECT_EQ(released, 6);
-    leave.Set();
-    executor->close(gate);
+    gate.Open();
     EXPECT_EQ(runs, 0);
   }
 }
@@ -300,21 +292,13 @@ TEST(CloseWhileQueued, DropsAWaitsCallback) {
   Executor executor(true);
   for (int i = 0; i < kRepetitions; ++i) {
     std::atomic<int> runs{0};
-    Signal entered;
-    Signal leave;
-    const auto gate = executor->create([&](void*, void*) {
-      entered.Set();
-      leave.Await();
-    });
-    executor->submit(gate, {}, {});
-    entered.Await();
+    Gate gate(*executor);
     // The pool takes the signal when it queues the callback.
     const UniqueEvent signal(CreateEventW(nullptr, false, true, nullptr));
     auto wait = RunningWait(*executor, signal.get(), [&] { ++runs; });
     while (WaitForSingleObject(signal.get(), 0) == WAIT_OBJECT_0) SetEvent(signal.get());
     executor->close(std::move(wait));
-    leave.Set();
-    executor->close(gate);
+    gate.Open();
     EXPECT_EQ(runs, 0);
   }
 }
@@ -323,19 +307,11 @@ TEST(CloseWhileQueued, DropsATimersCallback) {
   Executor executor(true);
   for (int i = 0; i < kRepetitions; ++i) {
     std::atomic<int> runs{0};
-    Signal entered;
-    Signal leave;
-    const auto gate = executor->create([&](void*, void*) {
-      entered.Set();
-      leave.Await();
-    });
-    executor->submit(gate, {}, {});
-    entered.Await();
+    Gate gate(*executor);
     auto timer = executor->create([&] { ++runs; });
     executor->setRelative(timer, 0ns, 0ns);
     executor->close(std::move(timer));
-    leave.Set();
-    executor->close(gate);
+    gate.Open();
     EXPECT_EQ(runs, 0);
   }
 }

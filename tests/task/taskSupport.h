@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <memory>
+#include <utility>
 
 #include "lib/task/windowsThreadPoolExecutor.h"
 #include "platform/raii.h"
@@ -54,6 +55,33 @@ class Executor {
   UniqueCleanupGroup group_{CreateThreadpoolCleanupGroup()};
   TP_CALLBACK_ENVIRON environment_{};
   std::shared_ptr<TaskExecutor> executor_;
+};
+
+// Keeps a thread of the executor in a callback, from here until it is opened. With one thread, all behind it is queued.
+class Gate {
+ public:
+  explicit Gate(TaskExecutor& executor)
+      : executor_(executor), work_(executor.create([this](void*, void*) {
+          entered_.Set();
+          leave_.Await();
+        })) {
+    executor_.submit(work_, {}, {});
+    entered_.Await();
+  }
+  Gate(const Gate&) = delete;
+  Gate& operator=(const Gate&) = delete;
+  ~Gate() { Open(); }
+  // Returns when the callback has.
+  void Open() {
+    leave_.Set();
+    if (work_) executor_.close(std::exchange(work_, nullptr));
+  }
+
+ private:
+  TaskExecutor& executor_;
+  const Signal entered_;
+  const Signal leave_;
+  std::shared_ptr<WtpWorkTaskContext> work_;
 };
 
 // Tells when it is destroyed: captured by a function, it tells of the function's end. Copies do not count.

@@ -135,14 +135,7 @@ TEST(WaitTask, IsNotStartedTwice) {
 TEST(WaitTask, StoppedAsItFiresRunsNoFunction) {
   Executor executor(true);
   for (int i = 0; i < 1000; ++i) {
-    Signal entered;
-    Signal leave;
-    const auto gate = executor->create([&](void*, void*) {
-      entered.Set();
-      leave.Await();
-    });
-    executor->submit(gate, {}, {});
-    entered.Await();
+    Gate gate(*executor);
     const UniqueEvent signal(CreateEventW(nullptr, false, false, nullptr));
     std::atomic<int> runs{0};
     const auto wait = executor->create(signal.get(), [&] { ++runs; });
@@ -150,12 +143,10 @@ TEST(WaitTask, StoppedAsItFiresRunsNoFunction) {
     SetEvent(signal.get());
     // Behind the gate the callback is on its way from some moment on; stopping tells it, whether it is or not.
     executor->stop(wait);
-    leave.Set();
-    executor->waitForCallbacks(gate);
+    gate.Open();
     executor->waitForCallbacks(wait);
     ASSERT_EQ(runs, 0);
     executor->close(wait);
-    executor->close(gate);
   }
 }
 
@@ -199,14 +190,7 @@ TEST(WorkTask, TakesArgumentsInTheOrderOfSubmissionAndReleasesTheSecondFirst) {
 
 TEST(WorkTask, SubmittedWithoutArgumentsTakesWhatStandsFirst) {
   Executor executor(true);
-  Signal entered;
-  Signal leave;
-  const auto gate = executor->create([&](void*, void*) {
-    entered.Set();
-    leave.Await();
-  });
-  executor->submit(gate, {}, {});
-  entered.Await();
+  Gate gate(*executor);
   std::vector<void*> seen;
   std::atomic<int> released{0};
   const auto work = executor->create([&](void* first, void* second) {
@@ -215,7 +199,7 @@ TEST(WorkTask, SubmittedWithoutArgumentsTakesWhatStandsFirst) {
   });
   executor->submit(work, {}, {});
   executor->submit(work, {}, Counting(released));
-  leave.Set();
+  gate.Open();
   executor->waitForCallbacks(work);
   EXPECT_EQ(seen, (std::vector<void*>{&released, nullptr}));
   EXPECT_EQ(released, 1);
