@@ -10,6 +10,7 @@
 #include "platform/entry.h"
 #include "platform/raii.h"
 #include "platform/shell.h"
+#include "runtime/loggerManager.h"
 #include "settings/registryPaths.h"
 
 namespace launcher {
@@ -21,6 +22,7 @@ namespace {
 }  // namespace
 
 int WinMain() {
+  runtime::RouteLogCalls();
   int count = 0;
   const platform::UniqueLocal<char16_t*> block(platform::CommandLineToArgvW(platform::GetCommandLineW(), &count));
   if (!block || count <= 1) return RunResident();
