@@ -129,8 +129,12 @@ bool TxPollThread::AddItem(const RCPtr<TxPollItem>& item, const RCPtr<TxEvent>& 
 }
 
 bool TxPollThread::RemoveItem(const RCPtr<TxPollItem>& item, bool wait) {
-  constexpr const char* kRemoveItem = "TxPollThread::RemoveItem()";
   const std::lock_guard lock(Lock());
+  return RemoveLocked(item, wait);
+}
+
+bool TxPollThread::RemoveLocked(const RCPtr<TxPollItem>& item, bool wait) {
+  constexpr const char* kRemoveItem = "TxPollThread::RemoveItem()";
   if (!item) {
     Log(kRemoveItem, 4, "%s: item == NULL", name);
     return false;
@@ -158,7 +162,7 @@ void TxPollThread::RemoveAllItems(bool wait) {
   const std::lock_guard lock(Lock());
   const std::vector<RCPtr<TxPollItem>> present(items.begin(), items.end());
   for (const RCPtr<TxPollItem>& item : present) {
-    const bool removed = RemoveItem(item, wait);
+    const bool removed = RemoveLocked(item, wait);
     LogIfWanted("TxPollThread::RemoveAllItems()", logLevel, "%s: Item %s %s", name, item->Name(),
                 removed ? "removed" : "not found");
   }

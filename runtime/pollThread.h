@@ -74,8 +74,9 @@ class TxPollThread : public RCObject {
   // For those that share the lock: items and the scheduler.
   [[nodiscard]] const TxMutex& Lock() const noexcept { return externalMutex != nullptr ? *externalMutex : mutex; }
   void LookAgain() const { dirtyEvent.Set(); }
-  // REQUIRES: the lock, held once.
+  // REQUIRES: the lock, held once, so that a wait lets go of it.
   void WaitLocked(const RCPtr<TxPollItem>& item);
+  bool RemoveLocked(const RCPtr<TxPollItem>& item, bool wait);
   // REQUIRES: the lock.
   void Queue(const RCPtr<TxPollItem>& item);
   void Unlink(TxPollItem& item);

@@ -289,6 +289,37 @@ TEST(TxPollThread, RemovesAllItemsAndSaysSoOfEach) {
                           "N TxPollThread::RemoveAllItems(): test: Item two removed"));
 }
 
+TEST(TxPollThread, RemovesAllItemsOnceTheOneThatRunsHasEnded) {
+  const LogLines lines;
+  const Poll poll;
+  Signal running;
+  Signal goOn;
+  bool ended = false;
+  poll->AddItem(NewItem("item",
+                        [&](bool) {
+                          running.Give();
+                          goOn.Await();
+                          ended = true;
+                          return true;
+                        }),
+                {}, 0);
+  poll->AddItem(IdleItem("behind"));
+  ASSERT_TRUE(poll->StartScheduler());
+  running.Await();
+  runtime::gLogLevel = 7;
+  bool seen = false;
+  std::thread remover([&] {
+    poll->RemoveAllItems(true);
+    seen = ended;
+  });
+  lines.Await("N TxPollThread::WaitForItemToComplete(): test: Waiting for item to complete");
+  goOn.Give();
+  remover.join();
+  EXPECT_TRUE(seen);
+  poll->LogAllItems(7);
+  EXPECT_THAT(lines.Of("N TxPollThread::LogAllItems()").back(), HasSubstr("test - 0 items"));
+}
+
 TEST(TxPollThread, FollowsItemsInTheLogAtItsOwnLevel) {
   LogLines lines;
   runtime::gLogLevel = 5;
