@@ -32,7 +32,7 @@ TEST(RealTime, ALockHeldForThirtySecondsIsReportedOnceAndAcquiredWhenItComesFree
   mutex.Release();
   waiter.join();
   EXPECT_TRUE(acquired);
-  EXPECT_THAT(lines.All(), SizeIs(1));
+  EXPECT_THAT(lines.Of("W "), SizeIs(1));
 }
 
 class Once : public runtime::TxPollItem {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -398,6 +399,63 @@ TEST(TxPollThread, EndsAtItsNextWakeWhenNobodyRefersToItAnyLonger) {
   lines.Await("I TxThreadData::Run(): Thread TxPoll-test was deleted");
   EXPECT_EQ(ended.Wait(TxEvent::kNoLimit), 0);
   EXPECT_FALSE(item->GetPollThread());
+}
+
+// Calls back for each line, on the thread that logs it.
+struct LineHook : runtime::LogReceiver {
+  explicit LineHook(std::function<void(const std::string&)> callback) : onLine(std::move(callback)) {}
+  void Receive(const runtime::LogCall& call) override {
+    const std::string line =
+        std::string(1, runtime::LogLevelLetter(call.level)) + " " + call.functionName + ": " + call.Text();
+    lines.push_back(line);
+    onLine(line);
+  }
+  const std::function<void(const std::string&)> onLine;
+  std::vector<std::string> lines;
+};
+
+TEST(TxPollThread, ThatHasGoneBeforeItsWorkerLooksForItIsNotFound) {
+  Signal started;
+  Signal goOn;
+  const auto hook = std::make_shared<LineHook>([&](const std::string& line) {
+    if (line != "I TxThreadData::Run(): Thread TxPoll-test started") return;
+    started.Give();
+    goOn.Await();
+  });
+  runtime::SetLogReceiver(hook);
+  RCPtr<TxPollThread> thread(new TxPollThread("test"));
+  const std::string pointer = Pointer(runtime::ThreadIdPointer(thread->Id()));
+  ASSERT_TRUE(thread->StartScheduler());
+  const TxEvent ended = thread->Thread().GetThreadEvent();
+  started.Await();
+  thread.Reset();
+  goOn.Give();
+  EXPECT_EQ(ended.Wait(TxEvent::kNoLimit), 0);
+  runtime::SetLogReceiver(nullptr);
+  EXPECT_THAT(hook->lines,
+              testing::IsSupersetOf({"D TxPollThread::RunScheduler(): TxPollThread " + pointer + " not found",
+                                     std::string("I TxThreadData::Run(): Thread TxPoll-test was deleted")}));
+}
+
+TEST(TxPollItem, ThatLooksForItsThreadWhileThatIsOnItsWayOutSaysSoAndBelongsToNone) {
+  const RCPtr<TxPollItem> item = IdleItem("item");
+  std::vector<bool> found;
+  const auto hook = std::make_shared<LineHook>([&](const std::string& line) {
+    if (!line.starts_with("N TxPollThread::~TxPollThread()")) return;
+    for (int i = 0; i < 2; ++i) found.push_back(static_cast<bool>(item->GetPollThread()));
+  });
+  RCPtr<TxPollThread> thread(new TxPollThread("test"));
+  const std::string pointer = Pointer(runtime::ThreadIdPointer(thread->Id()));
+  ASSERT_TRUE(thread->AddItem(item));
+  runtime::SetLogReceiver(hook);
+  runtime::gLogLevel = 7;
+  thread.Reset();
+  runtime::gLogLevel = 0;
+  runtime::SetLogReceiver(nullptr);
+  EXPECT_THAT(found, ElementsAre(false, false));
+  EXPECT_THAT(hook->lines,
+              ElementsAre(StartsWith("N TxPollThread::~TxPollThread(): test: 0x"),
+                          "W TxPollItem::GetPollThread(): item: TxPollThread " + pointer + " has been deleted"));
 }
 
 TEST(TxPollThread, EndsWhenItCannotWait) {
