@@ -79,7 +79,7 @@ TEST(RealTime, ABlockOfMessagesThatIsIdleForTenMinutesIsGivenBack) {
   // The thread lets go of the timer at its next pass.
   runtime::gLogLevel = 7;
   manager.Reset();
-  lines.Await("N TxPollThread::Scheduler(): Logger: Waiting for INFINITE");
+  lines.Await("N TxPollThread::LogAllItems(): Logger - 0 items");
 }
 
 }  // namespace

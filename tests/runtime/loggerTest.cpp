@@ -259,7 +259,7 @@ TEST(LoggerManager, GivesAnIdleBlockBackOnThePollThread) {
   // The thread lets go of the timer at its next pass.
   runtime::gLogLevel = 7;
   manager.Reset();
-  lines.Await("N TxPollThread::Scheduler(): Logger: Waiting for INFINITE");
+  lines.Await("N TxPollThread::LogAllItems(): Logger - 0 items");
 }
 
 TEST(LogWriter, DropsAndCountsWhatComesWhileItIsNotOpen) {
