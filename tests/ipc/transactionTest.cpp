@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <random>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -238,6 +239,16 @@ TEST(TransactionWriter, SendsTheHighHalfOfAMessagesFlagsAlone) {
   writer.append(*Message("x", LmIpclibMsgType::Msg, 0xABCD0001));
   writer.finish(1);
   EXPECT_EQ(readBlockHeader(std::span(view).subspan(28))->flags, 0xABCD0003u);
+}
+
+TEST(TransactionWriter, LeavesAViewAloneThatHoldsNoHeader) {
+  std::vector<std::byte> bytes(100, std::byte{0xAA});
+  for (const std::size_t size : {0U, 1U, 27U}) {
+    TransactionWriter writer(std::span<std::byte>(bytes).first(size));
+    EXPECT_FALSE(writer.hasRoom()) << size;
+    writer.finish(1);
+    EXPECT_THAT(bytes, testing::Each(std::byte{0xAA})) << size;
+  }
 }
 
 TEST(TransactionWriter, WritesAMessageWithoutPayloadIn40Bytes) {

@@ -134,6 +134,17 @@ TEST_F(SharedLink, BeginsABlockWhereAByteFitsAndNotWhereNoneDoes) {
   }
 }
 
+TEST_F(SharedLink, WritesNothingIntoABlockThatHoldsNoHeader) {
+  Connect(27);
+  ASSERT_EQ(Send(stream, "one"), Status::Success);
+  pool::RunAll();
+  EXPECT_THAT(peer->fromLink.View(), testing::Each(std::byte{0}));
+  EXPECT_EQ(link->state(), LinkState::Connected);
+  link->shutdown();
+  pool::RunAll();
+  EXPECT_THAT(completed, ElementsAre(Status::StreamClosed));
+}
+
 TEST_F(SharedLink, DeliversEachBlockToItsStreamAndTellsThePeer) {
   Connect();
   Receiver& other = others.emplace_back();

@@ -6,7 +6,9 @@
 
 namespace quill::ipc {
 
-TransactionWriter::TransactionWriter(std::span<std::byte> view) noexcept : view_(view) { writeTrxHeader(view_, {}); }
+TransactionWriter::TransactionWriter(std::span<std::byte> view) noexcept : view_(view) {
+  if (holdsHeader()) writeTrxHeader(view_, {});
+}
 
 bool TransactionWriter::hasRoom() const noexcept { return room() > LmIpclibBlockHeader::kFirstSize; }
 
@@ -38,6 +40,7 @@ TransactionWriter::Block TransactionWriter::append(LmIpclibMsg& message) noexcep
 }
 
 void TransactionWriter::finish(std::uint64_t trxSeqNo) noexcept {
+  if (!holdsHeader()) return;
   LmIpclibTrxHeader header;
   header.trxSeqNo = trxSeqNo;
   header.trxSize = size_;

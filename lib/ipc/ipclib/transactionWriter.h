@@ -22,8 +22,8 @@ class TransactionWriter {
     bool last;                // Nothing of the message remains.
   };
 
-  // Begins a transaction at the beginning of `view`, which may be as large as a u32 counts and is overwritten.
-  // REQUIRES: at least LmIpclibTrxHeader::kSize bytes.
+  // Begins a transaction at the beginning of `view`, which may be as large as a u32 counts and is overwritten. Nothing
+  // is ever written to one that holds no header: how large it is, the peer says.
   explicit TransactionWriter(std::span<std::byte> view) noexcept;
 
   // Whether a block of any kind, with a byte of data, still fits.
@@ -41,7 +41,10 @@ class TransactionWriter {
   [[nodiscard]] std::uint32_t blocks() const noexcept { return blocks_; }
 
  private:
-  [[nodiscard]] std::uint32_t room() const noexcept { return static_cast<std::uint32_t>(view_.size()) - size_; }
+  [[nodiscard]] bool holdsHeader() const noexcept { return view_.size() >= LmIpclibTrxHeader::kSize; }
+  [[nodiscard]] std::uint32_t room() const noexcept {
+    return holdsHeader() ? static_cast<std::uint32_t>(view_.size()) - size_ : 0;
+  }
 
   std::span<std::byte> view_;
   std::uint32_t size_ = LmIpclibTrxHeader::kSize;
