@@ -1,5 +1,6 @@
 #include "lib/ipc/ipclib/ipclibLinkSharedMemWin.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <new>
@@ -275,6 +276,8 @@ LmIpcStatusCode LmIpclibLinkSharedMemWin::recvTransaction(StreamTable& streamTab
 std::span<std::byte> LmIpclibLinkSharedMemWin::copyTransaction() {
   const std::span<const std::byte> view = recvChannel_->getView();
   const auto header = readTrxHeader(view);
+  // The peer writes to the view at any time: the compiler is not to look at it twice for what it has read once.
+  std::atomic_signal_fence(std::memory_order_seq_cst);
   if (!header) return {};
   Trace(TraceChannel::Link, "linkId: {:#x}, trxSeqNo: {}, trxSize: {:#x}", linkId(), header->trxSeqNo, header->trxSize);
   if (header->trxSize < LmIpclibTrxHeader::kSize || header->trxSize > channelSize_) return {};
