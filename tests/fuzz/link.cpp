@@ -11,25 +11,7 @@
 #include "tests/fuzz/linkUnderTest.h"
 #include "tests/fuzz/putRight.h"
 
-namespace {
-
 using namespace fuzz;
-
-void NameTheStream(std::span<std::byte> bytes, std::uint64_t streamId) {
-  std::size_t at = LmIpclibTrxHeader::kSize;
-  while (at < bytes.size()) {
-    const auto block = bytes.subspan(at);
-    auto header = readBlockHeader(block);
-    if (!header) return;
-    if (header->destStreamId == 1) header->destStreamId = streamId;
-    if (header->srcStreamId == 1) header->srcStreamId = kPeerStream;
-    header->totalSize %= kLargestMessage;
-    writeBlockHeader(block, *header);
-    at += std::max<std::size_t>(header->headerSize(), header->blockSize);
-  }
-}
-
-}  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(data, size);

@@ -5,8 +5,10 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
+#include <utility>
 
 #include "lib/ipc/ipclib/ipclibLinkListener.h"
 #include "lib/ipc/ipclib/ipclibStream.h"
@@ -26,10 +28,15 @@ inline constexpr std::uint32_t kChannelSize = 4096;
 
 class LinkUnderTest {
  public:
-  LinkUnderTest() {
+  using Hears = std::function<void(const LmIpclibMsg& message)>;
+
+  // The link is told that its blocks are of `channelSize`. `hears` is told of each message that a stream delivers.
+  explicit LinkUnderTest(
+      std::uint32_t channelSize = kChannelSize, Hears hears = [](const LmIpclibMsg&) {})
+      : hears_(std::move(hears)) {
     link->Listen(listener_);
     Succeeds(link->connecting());
-    Succeeds(streams::Attach(*link, toLink, fromLink, kChannelSize));
+    Succeeds(streams::Attach(*link, toLink, fromLink, channelSize));
     unsigned errorCode = 0;
     Succeeds(link->start(executor_, errorCode));
     stream =
@@ -78,23 +85,40 @@ class LinkUnderTest {
 
  private:
   static void Succeeds(LmIpcStatusCode status) { Require(status == LmIpcStatusCode::Success); }
-  static LmIpclibStream::RecvCallback Callback(LmIpclibStream& of) {
-    return [&of](LmIpcStatusCode status, const std::shared_ptr<LmIpclibMsg>& message) {
+  LmIpclibStream::RecvCallback Callback(LmIpclibStream& of) {
+    return [&of, this](LmIpcStatusCode status, const std::shared_ptr<LmIpclibMsg>& message) {
       Require(status == LmIpcStatusCode::Success && message->remaining() == 0);
+      hears_(*message);
       std::uint32_t sum = 0;
       for (std::uint32_t at = 0; at < message->size(); ++at) sum += std::to_integer<std::uint32_t>(message->data()[at]);
       if (message->size() == 0 || sum % 16 == 0) static_cast<void>(of.close(std::chrono::milliseconds::max()));
     };
   }
 
+  const Hears hears_;
   std::shared_ptr<streams::Executor> executor_ = quill::task::CreateWindowsThreadPoolExecutor(nullptr, 0);
-  std::shared_ptr<LmIpclibLinkListener> listener_ =
-      std::make_shared<LmIpclibLinkListener>(streams::kEndpoint, [](const std::shared_ptr<LmIpclibStream>& offered) {
+  std::shared_ptr<LmIpclibLinkListener> listener_ = std::make_shared<LmIpclibLinkListener>(
+      streams::kEndpoint, [this](const std::shared_ptr<LmIpclibStream>& offered) {
         Require(!offered->streamName().empty());
         if (offered->streamName()[0] == u'r') return LmIpcStatusCode::AccessDenied;
         return offered->accept({}, Callback(*offered));
       });
 };
+
+// In the blocks of an input the stream is called 1. Puts its id there, and keeps messages small.
+inline void NameTheStream(std::span<std::byte> bytes, std::uint64_t streamId) {
+  std::size_t at = LmIpclibTrxHeader::kSize;
+  while (at < bytes.size()) {
+    const auto block = bytes.subspan(at);
+    auto header = readBlockHeader(block);
+    if (!header) return;
+    if (header->destStreamId == 1) header->destStreamId = streamId;
+    if (header->srcStreamId == 1) header->srcStreamId = kPeerStream;
+    header->totalSize %= kLargestMessage;
+    writeBlockHeader(block, *header);
+    at += std::max<std::size_t>(header->headerSize(), header->blockSize);
+  }
+}
 
 // Reads an input from its beginning. What is not there is 0.
 class Input {
