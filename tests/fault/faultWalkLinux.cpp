@@ -35,10 +35,19 @@ void Show(unsigned at, const Outcome& outcome) {
 
 bool Failed(const Texts& calls, const std::string& name) { return std::ranges::count(calls, "!" + name) > 0; }
 
-// The handle of the user's hive stays open each time; a second resident leaves the mutex.
+// Whether the last call of that name has failed.
+bool LastFailed(const Texts& calls, const std::string& name) {
+  const auto last = std::find_if(calls.rbegin(), calls.rend(),
+                                 [&](const std::string& call) { return call == name || call == "!" + name; });
+  return last != calls.rend() && last->starts_with('!');
+}
+
+// The handle of the user's hive stays open each time; a second resident leaves the mutex. The handle of the service's
+// process is closed by the last duplication, so when that fails it stays.
 Texts PromisedHandles(const Texts& calls, const Promise& promise) {
   Texts handles(static_cast<std::size_t>(std::ranges::count(calls, "RtlOpenCurrentUser")), "CurrentUserHive");
   if (promise.residentIsUp && std::ranges::count(calls, "CreateMutexW") > 0) handles.emplace_back("Mutex");
+  if (LastFailed(calls, "DuplicateHandle")) handles.emplace_back("Process");
   return handles;
 }
 
@@ -54,17 +63,6 @@ Texts JudgedHandles(const Ending& ending, const Promise& promise) {
     std::erase(handles, "RegistryKey");
   }
   return handles;
-}
-
-void CheckEnd(const Outcome& outcome, const Promise& promise) {
-  const Ending& ending = outcome.ending;
-  EXPECT_FALSE(ending.hung) << "killed";
-  EXPECT_EQ(ending.exitCode, 0) << ending.errorOutput;
-  EXPECT_THAT(ending.errorOutput, Not(HasSubstr("Sanitizer")));
-  EXPECT_THAT(ending.errorOutput, Not(HasSubstr("runtime error")));
-  EXPECT_FALSE(ending.calls.empty()) << "the process did not end by itself";
-  EXPECT_THAT(JudgedHandles(ending, promise),
-              testing::UnorderedElementsAreArray(PromisedHandles(ending.calls, promise)));
 }
 
 // The texts that a promise knows.
@@ -101,22 +99,46 @@ void CheckLog(const Outcome& outcome, const Promise& promise, Mode mode) {
 
 }  // namespace
 
+void FaultWalk::CheckEnd(const Outcome& outcome, const Promise& promise) {
+  const Ending& ending = outcome.ending;
+  EXPECT_FALSE(ending.hung) << "killed";
+  EXPECT_EQ(ending.exitCode, 0) << ending.errorOutput;
+  EXPECT_THAT(ending.errorOutput, Not(HasSubstr("Sanitizer")));
+  EXPECT_THAT(ending.errorOutput, Not(HasSubstr("runtime error")));
+  EXPECT_FALSE(ending.calls.empty()) << "the process did not end by itself";
+  EXPECT_THAT(JudgedHandles(ending, promise),
+              testing::UnorderedElementsAreArray(PromisedHandles(ending.calls, promise)));
+}
+
+Fault FaultWalk::FaultAt(unsigned at) {
+  const bool fromThereOn = GetParam() == Mode::FromThereOn;
+  return {.at = at, .fromThereOn = fromThereOn, .spared = fromThereOn ? "GetMessageW" : ""};
+}
+
+std::optional<unsigned> FaultWalk::OnlyCall() {
+  const char* const only = std::getenv("LUMENAR_WALK_ONLY");
+  return only == nullptr ? std::nullopt : std::optional(static_cast<unsigned>(std::atoi(only)));
+}
+
+void FaultWalk::ShowIfWanted(unsigned at, const Outcome& outcome) {
+  if (std::getenv("LUMENAR_WALK_SHOW") != nullptr) Show(at, outcome);
+}
+
+std::string FaultWalk::Told(unsigned at, const Ending& ending) {
+  return "when call " + std::to_string(at) + ", " + KeyOf(ending) + ", fails; to repeat this:\n" + RepeatCommand(at);
+}
+
 void FaultWalk::Walk(const FaultMachine& machine, const Promise& promise,
                      const std::function<Outcome(const Fault&)>& run) {
-  const char* const only = std::getenv("LUMENAR_WALK_ONLY");
-  for (unsigned at = only != nullptr ? static_cast<unsigned>(std::atoi(only)) : 1; at < kMostCalls; ++at) {
-    const bool fromThereOn = GetParam() == Mode::FromThereOn;
-    const Fault fault{.at = at, .fromThereOn = fromThereOn, .spared = fromThereOn ? "GetMessageW" : ""};
+  const auto only = OnlyCall();
+  for (unsigned at = only.value_or(1); at < kMostCalls; ++at) {
     machine.Restore();
-    const Outcome outcome = run(fault);
-    if (std::getenv("LUMENAR_WALK_SHOW") != nullptr) Show(at, outcome);
+    const Outcome outcome = run(FaultAt(at));
+    ShowIfWanted(at, outcome);
     CheckEnd(outcome, promise);
     CheckLog(outcome, promise, GetParam());
-    if (HasFailure()) {
-      FAIL() << "when call " << at << ", " << KeyOf(outcome.ending) << ", fails; to repeat this:\n"
-             << RepeatCommand(at);
-    }
-    if (only != nullptr || at > outcome.ending.calls.size()) return;
+    if (HasFailure()) FAIL() << Told(at, outcome.ending);
+    if (only || at > outcome.ending.calls.size()) return;
   }
   FAIL() << "no end of calls that can fail";
 }

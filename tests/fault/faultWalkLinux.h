@@ -15,6 +15,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,15 @@ void PrintTo(Mode mode, std::ostream* stream);
 class FaultWalk : public testing::TestWithParam<Mode> {
  protected:
   void Walk(const FaultMachine& machine, const Promise& promise, const std::function<Outcome(const Fault&)>& run);
+
+  // The parts of a walk.
+  static Fault FaultAt(unsigned at);
+  // The call that the walk is told to go to, and no further.
+  static std::optional<unsigned> OnlyCall();
+  static void ShowIfWanted(unsigned at, const Outcome& outcome);
+  static void CheckEnd(const Outcome& outcome, const Promise& promise);
+  // What fails, and how to repeat it.
+  static std::string Told(unsigned at, const Ending& ending);
 };
 
 // A process without a fault.
