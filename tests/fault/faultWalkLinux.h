@@ -43,6 +43,9 @@ struct Promise {
 enum class Mode : std::uint8_t { Once, FromThereOn };
 void PrintTo(Mode mode, std::ostream* stream);
 
+// A walk makes every so manieth call fail: each one, but where a sanitizer takes too long for that.
+inline constexpr unsigned kStep = LUMENAR_WALK_STEP;
+
 class FaultWalk : public testing::TestWithParam<Mode> {
  protected:
   void Walk(const FaultMachine& machine, const Promise& promise, const std::function<Outcome(const Fault&)>& run);

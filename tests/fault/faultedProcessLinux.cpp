@@ -26,6 +26,12 @@ std::string Program() { return support::Beside("helper-with-faults"); }
 
 std::string Setting(const Fault& fault) { return std::to_string(fault.at) + (fault.fromThereOn ? "+" : ""); }
 
+// The thread sanitizer lets each process sleep for a second at its end, which is longer than it lives.
+std::string ThreadSanitizerOptions() {
+  const char* const options = std::getenv("TSAN_OPTIONS");
+  return (options != nullptr ? options + std::string(":") : "") + "atexit_sleep_ms=0";
+}
+
 Descriptor EndOf(std::uint32_t process) {
   return Descriptor(static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(process), 0)));
 }
@@ -74,7 +80,8 @@ FaultedProcess::FaultedProcess(const std::vector<std::string>& arguments, const 
                 .arguments = arguments,
                 .environment = {{"LUMENAR_FAIL_AT", Setting(fault)},
                                 {"LUMENAR_FAIL_SPARES", fault.spared},
-                                {"LUMENAR_FAULT_REPORT", report_.string()}}}) {}
+                                {"LUMENAR_FAULT_REPORT", report_.string()},
+                                {"TSAN_OPTIONS", ThreadSanitizerOptions()}}}) {}
 
 bool FaultedProcess::AwaitServing() {
   const Descriptor ended = EndOf(process_.Id());

@@ -45,7 +45,7 @@ class Post : public FaultWalk {
     unsigned next = only.value_or(1);
     bool goesOn = true;
     do {
-      while (goesOn && launches.size() < (only ? 1 : kAtATime)) launches.push_back(Start(machine, next++));
+      for (; goesOn && launches.size() < (only ? 1 : kAtATime); next += kStep) launches.push_back(Start(machine, next));
       goesOn = Judge(launches.front()) && !only && !HasFailure() && goesOn;
       launches.pop_front();
     } while (goesOn || !launches.empty());
