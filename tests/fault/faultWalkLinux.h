@@ -43,7 +43,7 @@ struct Promise {
 enum class Mode : std::uint8_t { Once, FromThereOn };
 void PrintTo(Mode mode, std::ostream* stream);
 
-// A walk makes every so manieth call fail: each one, but where a sanitizer takes too long for that.
+// A walk goes in steps of so many calls: of one, but where a sanitizer takes too long for that.
 inline constexpr unsigned kStep = LUMENAR_WALK_STEP;
 
 class FaultWalk : public testing::TestWithParam<Mode> {

@@ -2,7 +2,7 @@
 // end. The service does not fail, nor does this process, which hands them the URL.
 //
 // Some failures make a helper wait twice ten seconds for its link, and there is one helper on a machine. So a walk is
-// done in parts side by side: this program again, each time with a machine of its own and with every so manieth call.
+// done in parts side by side: this program again, each time with a machine of its own and with every sixteenth call.
 #include <cstdlib>
 #include <string>
 #include <vector>
