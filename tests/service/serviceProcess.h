@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -39,6 +40,7 @@ class ServiceProcess {
   }
   void Say(const std::string& line) { process_.Say(line); }
   void Kill() { process_.Kill(); }
+  [[nodiscard]] std::uint32_t Id() const { return process_.Id(); }
   // Closes its input.
   int Wait() { return process_.Wait(); }
   [[nodiscard]] std::string RestOfOutput() { return process_.RestOfOutput(); }
