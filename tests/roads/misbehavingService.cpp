@@ -240,6 +240,8 @@ TEST_F(MisbehavingService, ThatFallsSilentIsWaitedForOnce) {
   EXPECT_THAT(service.Until("connected link "), testing::SizeIs(3));
   service.Say("deafen");
   service.Say("consume");
+  service.Say("behind that");
+  EXPECT_EQ(service.Next(), "error no order: behind that") << "no later link hears of it any more";
 
   TimedLauncher ofAnUnansweredClose(machine);
   EXPECT_THAT(service.Until("connected link "), testing::SizeIs(3));
