@@ -54,21 +54,5 @@ TEST_F(ResidentPosts, AndLogsWhatItHasPosted) {
   EXPECT_THAT(machine.NewLog(), Not(Contains("https://example.com/refused")));
 }
 
-TEST_F(ResidentPosts, AgainAfterServicesThatFailed) {
-  const std::vector<std::vector<std::string>> faults{
-      {"--refuse", "7"}, {"--die", "before-answer"}, {"--die", "in-transaction"}, {"--error"}, {"--wrong-crc"}};
-  for (const std::vector<std::string>& switches : faults) {
-    SCOPED_TRACE(testing::PrintToString(switches));
-    {
-      CommandService fails(switches);
-      Post(u"https://example.com/lost");
-    }
-    Post(u"https://example.com/nobody");
-    CommandService service;
-    Post(u"https://example.com/again");
-    EXPECT_THAT(Beginning(service.UntilEnded(1), "command "), ElementsAre("command 2 url https://example.com/again"));
-  }
-}
-
 }  // namespace
 }  // namespace roads

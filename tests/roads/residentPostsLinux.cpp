@@ -1,4 +1,4 @@
-// What the resident helper keeps of its posts, where the system counts its descriptors and threads for us.
+// A resident helper that posts for a long time: to services that come and go, and with what the system counts for us.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -6,6 +6,7 @@
 #include <limits>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/roads/commandService.h"
 
@@ -55,6 +56,29 @@ TEST(ResidentThatPosts, OverAndOverKeepsNoDescriptorsOrThreads) {
   EXPECT_LE(late.fewestDescriptors, early.mostDescriptors);
   // Whenever they were first needed, so many threads of the pool stay.
   EXPECT_LE(late.threads, early.threads + std::thread::hardware_concurrency());
+  EXPECT_EQ(machine.EndResident(), 0);
+}
+
+// Here alone, as a process under Wine 8 keeps its connection to a service that has ended, and calls the next one by it.
+TEST(ResidentThatPosts, DoesSoAgainAfterServicesThatFailed) {
+  RoadMachine machine;
+  machine.SetUp(u"Agent");
+  machine.StartResident();
+  const auto post = [&](std::u16string_view url) { EXPECT_EQ(machine.Send(kLaunchOrPost, url), 0u); };
+  const std::vector<std::vector<std::string>> faults{
+      {"--refuse", "7"}, {"--die", "before-answer"}, {"--die", "in-transaction"}, {"--error"}, {"--wrong-crc"}};
+  for (const std::vector<std::string>& switches : faults) {
+    SCOPED_TRACE(testing::PrintToString(switches));
+    {
+      CommandService fails(switches);
+      post(u"https://example.com/lost");
+    }
+    post(u"https://example.com/nobody");
+    CommandService service;
+    post(u"https://example.com/again");
+    EXPECT_THAT(Beginning(service.UntilEnded(1), "command "),
+                testing::ElementsAre("command 2 url https://example.com/again"));
+  }
   EXPECT_EQ(machine.EndResident(), 0);
 }
 
