@@ -11,18 +11,15 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
-#include <functional>
-#include <mutex>
 #include <thread>
 #include <vector>
 
 #include "lib/task/windowsThreadPoolExecutor.h"
 #include "tests/bench/figures.h"
 #include "tests/bench/otherPoolsLinux.h"
+#include "tests/bench/plainPool.h"
 
 namespace {
 
@@ -125,53 +122,6 @@ class FutexThread {
   std::thread thread_;
 };
 
-// A pool as one writes it without much thought, with as many threads as there are processors.
-class PlainPool {
- public:
-  PlainPool() {
-    for (unsigned i = 0; i < std::max(1U, std::thread::hardware_concurrency()); ++i) {
-      threads_.emplace_back([this] { Run(); });
-    }
-  }
-  PlainPool(const PlainPool&) = delete;
-  PlainPool& operator=(const PlainPool&) = delete;
-  ~PlainPool() {
-    {
-      const std::lock_guard lock(mutex_);
-      ending_ = true;
-    }
-    condition_.notify_all();
-    for (std::thread& thread : threads_) thread.join();
-  }
-  void Submit(std::function<void()> function) {
-    {
-      const std::lock_guard lock(mutex_);
-      queue_.push_back(std::move(function));
-    }
-    condition_.notify_one();
-  }
-
- private:
-  void Run() {
-    std::unique_lock lock(mutex_);
-    while (true) {
-      condition_.wait(lock, [this] { return ending_ || !queue_.empty(); });
-      if (queue_.empty()) return;
-      const std::function<void()> function = std::move(queue_.front());
-      queue_.pop_front();
-      lock.unlock();
-      function();
-      lock.lock();
-    }
-  }
-
-  std::mutex mutex_;
-  std::condition_variable condition_;
-  std::deque<std::function<void()>> queue_;
-  bool ending_ = false;
-  std::vector<std::thread> threads_;
-};
-
 // Milliseconds until all callbacks of a burst have run.
 template <class Submit>
 double Burst(std::atomic<unsigned>& ran, Submit submit) {
@@ -235,7 +185,7 @@ int main(int argc, char** argv) {
   std::vector<double> asioBursts;
   std::vector<double> tbbBursts;
   {
-    PlainPool plain;
+    bench::PlainPool plain;
     const auto asioPool = bench::NewAsioPool();
     const auto tbbPool = bench::NewTbbPool();
     std::atomic<unsigned> ran{0};
