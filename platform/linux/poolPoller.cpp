@@ -120,12 +120,15 @@ void Poller::Serve(int descriptor) noexcept {
 
 // Each signal goes to one wait; those that get none wait on.
 void Poller::ServeWaits(int descriptor) noexcept {
-  while (true) {
+  bool more = true;
+  while (more) {
     PoolLock lock = LockPools();
     const auto [first, last] = waits.equal_range(descriptor);
     if (first == last) return;
     TP_WAIT& wait = *first->second;
     if (!ConsumeSignal(wait)) return Await(descriptor);
+    // A callback that arms its wait anew may be ahead of us; that wait has asked for the descriptor itself.
+    more = std::next(first) != last;
     Fired(wait, waits.extract(first), std::move(lock));
   }
 }
