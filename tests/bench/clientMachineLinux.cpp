@@ -37,6 +37,29 @@ ClientMachine::ClientMachine() {
   files::create_directories(machine_.HostPath(support::Wide(LogFolder())));
 }
 
+void FurnishAgent(const std::string& dataHome) {
+  const std::string before = std::getenv("XDG_DATA_HOME");
+  support::SetEnvironment("XDG_DATA_HOME", dataHome);
+  Run(BesideTests("standInRegedit"), {LUMENAR_SAMPLE_AGENT_POLICY});
+  ClientMachine::StopDailyLog();
+  support::SetEnvironment("XDG_DATA_HOME", before);
+}
+
+Service::Service() : process_({.program = BesideTests("standInService"), .arguments = {}, .environment = {}}) {
+  static_cast<void>(process_.Hear());
+}
+
+void Service::AwaitCommand() {
+  bool came = false;
+  for (std::string line = process_.Hear(); !line.starts_with("closed link"); line = process_.Hear()) {
+    came = came || line.starts_with("command 2 url ");
+    if (line.empty()) break;
+  }
+  if (came) return;
+  std::fprintf(stderr, "the service has not got the command\n");
+  std::exit(1);
+}
+
 std::string ClientMachine::Program() { return BesideTests("../lumenar-url-protocol-launch-helper"); }
 
 void ClientMachine::StopDailyLog() {

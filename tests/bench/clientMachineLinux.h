@@ -21,6 +21,20 @@ class ClientMachine {
   support::Machine machine_;
 };
 
+// Makes the machine whose data lies in that folder one of the Agent kind, by the sample policy, without the daily log.
+void FurnishAgent(const std::string& dataHome);
+
+// The stand-in of the service that URLs are posted to, listening.
+class Service {
+ public:
+  Service();
+  // Until a launcher that has posted is gone. Ends the program when its command has not come.
+  void AwaitCommand();
+
+ private:
+  support::Process process_;
+};
+
 // The resident helper, up and answering; ended in the regular way.
 class Resident {
  public:

@@ -24,18 +24,28 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kLaunchUrl = "tavrix-prism-url-launch://apppathrd/path=a/b";
+constexpr const char* kAgentUrl = "tavrix-prism-url-launch://https%3A//intranet.example/news";
 
 struct Subject {
   std::string name;
   std::string program;
   std::vector<std::string> arguments;
   std::string dataHome;
+  bool posts = false;  // A command, which the service gets.
   std::vector<double> microseconds;
   long peakKibibytes = 0;
 };
 
 Subject SubjectOf(const std::string& name, const std::string& program, const std::string& dataHome) {
   return {.name = name, .program = program, .arguments = {kLaunchUrl}, .dataHome = dataHome, .microseconds = {}};
+}
+
+Subject AgentRoad(const std::string& program, const std::string& dataHome) {
+  bench::FurnishAgent(dataHome);
+  Subject subject = SubjectOf("launcher, Agent road", program, dataHome);
+  subject.arguments = {kAgentUrl};
+  subject.posts = true;
+  return subject;
 }
 
 // One whole process. Nothing stands between us and it: no shell, no pipes.
@@ -74,11 +84,13 @@ int main(int argc, char** argv) {
   std::filesystem::copy(dataHome + "/lumenar", logging + "/lumenar", std::filesystem::copy_options::recursive);
   bench::ClientMachine::StopDailyLog();
   const bench::Resident resident;
+  bench::Service service;
   std::vector<Subject> subjects{
       SubjectOf("empty program, statically linked", support::Beside("emptyStatic"), dataHome),
       SubjectOf("empty program, dynamically linked", support::Beside("emptyDynamic"), dataHome),
       SubjectOf("launcher, Client road", program, dataHome),
       SubjectOf("launcher, Client road, daily log", program, logging),
+      AgentRoad(program, dataHome + "/agent"),
       // A machine without any settings has no origin.
       SubjectOf("launcher, unknown origin", program, dataHome + "/other"),
   };
@@ -86,6 +98,7 @@ int main(int argc, char** argv) {
     for (Subject& subject : subjects) {
       support::SetEnvironment("XDG_DATA_HOME", subject.dataHome);
       Measure(subject);
+      if (subject.posts) service.AwaitCommand();
     }
   }
   support::SetEnvironment("XDG_DATA_HOME", dataHome);
