@@ -1,5 +1,6 @@
-// What a message between two processes costs with our library, next to the floors that no library can go below. A round
-// measures every line once, in turn; ratios are to the floor whose callbacks come through a pool.
+// What a message between two processes costs with our library, next to the floors that no library can go below, and to
+// other libraries. A round measures every line once, in turn; ratios are to the floor whose callbacks come through a
+// pool.
 //
 //   ipc [--rounds COUNT]      default 21
 #include <signal.h>
@@ -18,6 +19,7 @@
 #include "tests/bench/ipcFloorLinux.h"
 #include "tests/bench/ipcLibraryLinux.h"
 #include "tests/bench/ipcLine.h"
+#include "tests/bench/ipcPeersLinux.h"
 #include "tests/support/machine.h"
 
 namespace {
@@ -115,6 +117,10 @@ int main(int argc, char** argv) {
   add("floor, a message a transaction", OneWaySmall, &bench::NewUnpackedFloor);
   add("the library", Everything, &bench::NewLibraryLine);
   add("the library, blocks of 1 MiB", Everything, &bench::NewLibraryLineLargeBlocks);
+  add("ZeroMQ", Everything, &bench::NewZeroMqLine);
+  add("nng", Everything, &bench::NewNngLine);
+  add("sd-bus, peer to peer", Everything, &bench::NewSdBusLine);
+  add("Boost, message queue", RoundTrip | OneWaySmall, &bench::NewBoostLine);
   for (const auto& subject : subjects) subject->Open();
   for (unsigned round = 0; round < rounds; ++round) {
     for (const auto& subject : subjects) subject->Measure();
