@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <mutex>
@@ -76,7 +77,10 @@ struct Outgoing {
 // Writes transactions, as they fit into the block.
 class Writer {
  public:
-  Writer(const Channel& channel, Packing packing) : channel_(channel), packing_(packing) {}
+  using HearSent = std::function<void()>;  // For each message that is all written.
+
+  Writer(const Channel& channel, Packing packing, HearSent hearSent)
+      : channel_(channel), packing_(packing), hearSent_(std::move(hearSent)) {}
 
   // Whoever calls first while the peer has taken all writes at once.
   void Send(std::span<const std::byte> message) {
@@ -121,12 +125,16 @@ class Writer {
     writeBlockHeader(room, header);
     std::memcpy(room.data() + header.headerSize(), message.rest.data(), header.dataSize);
     message.rest = message.rest.subspan(header.dataSize);
-    if (message.rest.empty()) queue_.pop_front();
+    if (message.rest.empty()) {
+      queue_.pop_front();
+      hearSent_();
+    }
     return header.blockSize;
   }
 
   const Channel& channel_;
   const Packing packing_;
+  const HearSent hearSent_;
   std::mutex lock_;
   std::deque<Outgoing> queue_;
   bool mayWrite_ = true;
@@ -191,11 +199,11 @@ class Floor final : public CallbackLine {
   }
 
  private:
-  void Send(std::span<const std::byte> message) override { writer_->Send(message); }
+  void Put(std::span<const std::byte> message) override { writer_->Send(message); }
 
   template <class Hear>
   void Run(const Channel& out, const Channel& in, Hear hear) {
-    writer_.emplace(out, packing_);
+    writer_.emplace(out, packing_, [this] { HearSent(); });
     if (delivery_ == Delivery::Pool) pool_.emplace(1U);  // One thread keeps the order.
     isOpen_ = true;
     Reader reader(in);

@@ -111,10 +111,10 @@ class LibraryLine final : public CallbackLine {
   }
 
  private:
-  void Send(std::span<const std::byte> message) override {
+  void Put(std::span<const std::byte> message) override {
     LmIpclibStream& stream = far_ ? far_->Stream() : *near_;
     const auto sent = stream.send({}, static_cast<std::uint32_t>(message.size()), message.data(),
-                                  [](LmIpcStatusCode, const std::shared_ptr<LmIpclibMsg>&) {});
+                                  [this](LmIpcStatusCode, const std::shared_ptr<LmIpclibMsg>&) { HearSent(); });
     MustSucceed(sent.status(), "send");
   }
 

@@ -7,6 +7,8 @@
 namespace bench {
 namespace {
 
+constexpr unsigned kMostUnderWay = 4096;
+
 constexpr std::byte kTake{'t'};
 constexpr std::byte kAnswer{'a'};
 
@@ -63,9 +65,27 @@ void CallbackLine::GoRound(unsigned count) {
 
 void CallbackLine::GoOneWay(unsigned count, std::size_t size) {
   roundsLeft_ = 1;
-  for (; count > 1; --count) Send(Unanswered(size));
-  Send(Answered(size));
+  for (; count > 1; --count) SendWhenThereIsRoom(Unanswered(size));
+  SendWhenThereIsRoom(Answered(size));
   done_.Await();
+}
+
+void CallbackLine::Send(std::span<const std::byte> message) {
+  ++underWay_;
+  Put(message);
+}
+
+void CallbackLine::SendWhenThereIsRoom(std::span<const std::byte> message) {
+  if (underWay_ >= kMostUnderWay) {
+    waits_ = true;
+    // It may have been half as many just before.
+    if (underWay_ > kMostUnderWay / 2 || !waits_.exchange(false)) room_.Await();
+  }
+  Send(message);
+}
+
+void CallbackLine::HearSent() {
+  if (--underWay_ == kMostUnderWay / 2 && waits_.exchange(false)) room_.Give();
 }
 
 void CallbackLine::HearAnswer() {

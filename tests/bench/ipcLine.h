@@ -57,15 +57,18 @@ class BlockingLine : public IpcLine {
   [[nodiscard]] virtual std::byte Receive() = 0;
 };
 
-// A line that tells of messages by a callback. The next round trip begins within the callback of the last.
+// A line that tells of messages by a callback. The next round trip begins within the callback of the last. Whoever
+// sends one way has no more than some messages under way, as the other libraries keep it by themselves.
 class CallbackLine : public IpcLine {
  public:
   void GoRound(unsigned count) final;
   void GoOneWay(unsigned count, std::size_t size) final;
 
  protected:
-  // The message stays as it is.
-  virtual void Send(std::span<const std::byte> message) = 0;
+  // Waits for nobody. The message stays as it is.
+  virtual void Put(std::span<const std::byte> message) = 0;
+  // To be called once for each message, when it has been handed to the other side.
+  void HearSent();
   // To be called for each message that has come, whole, by one thread at a time; on the near and on the far side.
   void HearAnswer();
   void HearMessage(std::byte first) {
@@ -73,8 +76,14 @@ class CallbackLine : public IpcLine {
   }
 
  private:
+  void Send(std::span<const std::byte> message);
+  void SendWhenThereIsRoom(std::span<const std::byte> message);
+
   std::atomic<unsigned> roundsLeft_{0};
   support::Signal done_;
+  std::atomic<unsigned> underWay_{0};
+  std::atomic<bool> waits_{false};
+  support::Signal room_;
 };
 
 using NewLine = std::unique_ptr<IpcLine> (*)();
