@@ -1,7 +1,6 @@
 #include "platform/linux/poolPoller.h"
 
 #include <pthread.h>
-#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <time.h>
@@ -10,7 +9,9 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -45,11 +46,24 @@ class Poller {
   void Await(int descriptor) noexcept;
   void SetAlarm(ClockTimers& clock) noexcept;
 
+  [[nodiscard]] bool TakePlace() noexcept;
+  void LeavePlace(TP_POOL& pool) noexcept;
+  void FillPlace() noexcept;
+  // Without the lock.
+  void Poll(PolledEvents& polled, int milliseconds) const noexcept;
+  void Serve(const PolledEvents& polled) noexcept;
+  void Interrupt() const noexcept;
+
   ArmedWaits waits;
   std::array<ClockTimers, 2> clocks;  // By TimerClock.
 
  private:
+  enum class Place : std::uint8_t { Free, Pollers, Pools };
+
   [[nodiscard]] int Add(int descriptor) noexcept;
+  [[nodiscard]] bool MayPoll() noexcept;
+  void PollItself(PoolLock lock, bool looks) noexcept;
+  void Doze(PoolLock lock, bool looks) noexcept;
   void Serve(int descriptor) noexcept;
   void ServeWaits(int descriptor) noexcept;
   void ServeTimers(TimerClock clock) noexcept;
@@ -59,6 +73,10 @@ class Poller {
 
   Descriptor epoll_;
   Descriptor wakeUp_;  // An eventfd; interrupts a sleep that has no end.
+  Place place_ = Place::Free;
+  std::uint64_t placeUses_ = 0;  // How often it was left, having served something.
+  std::uint64_t usesSeen_ = 0;   // By the poller.
+  std::condition_variable dozed_;
   std::list<TP_POOL*> watched_;
 };
 
@@ -90,19 +108,72 @@ int Poller::Add(int descriptor) noexcept {
 }
 
 void Poller::Run() noexcept {
-  std::array<epoll_event, 32> events;
   Clock::time_point nextLook = Clock::now();
   while (true) {
     PoolLock lock = LockPools();
     const bool looks = !watched_.empty();
-    lock.unlock();
-    const int count =
-        epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), looks ? kLookEvery.count() : -1);
-    for (int i = 0; i < count; ++i) Serve(events[static_cast<std::size_t>(i)].data.fd);
+    if (MayPoll()) {
+      PollItself(std::move(lock), looks);
+    } else {
+      Doze(std::move(lock), looks);
+    }
     const Clock::time_point now = Clock::now();
     if (looks && now >= nextLook) LookAtPools();
     if (!looks || now >= nextLook) nextLook = now + kLookEvery;
   }
+}
+
+// Whoever has just left the place is likely to be back in a moment.
+bool Poller::MayPoll() noexcept { return std::exchange(usesSeen_, placeUses_) == placeUses_ && place_ == Place::Free; }
+
+void Poller::PollItself(PoolLock lock, bool looks) noexcept {
+  place_ = Place::Pollers;
+  lock.unlock();
+  PolledEvents polled;
+  Poll(polled, looks ? static_cast<int>(kLookEvery.count()) : -1);
+  Serve(polled);
+  lock.lock();
+  place_ = Place::Free;
+  if (polled.count > 0) ++placeUses_;
+}
+
+void Poller::Doze(PoolLock lock, bool looks) noexcept {
+  if (place_ == Place::Pools && !looks) {
+    dozed_.wait(lock);
+  } else {
+    dozed_.wait_for(lock, kLookEvery);
+  }
+}
+
+bool Poller::TakePlace() noexcept {
+  if (place_ != Place::Free) return false;
+  place_ = Place::Pools;
+  return true;
+}
+
+void Poller::LeavePlace(TP_POOL& pool) noexcept {
+  place_ = Place::Free;
+  ++placeUses_;
+  Watch(pool);
+}
+
+void Poller::FillPlace() noexcept {
+  if (place_ != Place::Free) return;
+  usesSeen_ = placeUses_;
+  dozed_.notify_one();
+}
+
+void Poller::Poll(PolledEvents& polled, int milliseconds) const noexcept {
+  polled.count = epoll_wait(epoll_.get(), polled.events.data(), static_cast<int>(polled.events.size()), milliseconds);
+}
+
+void Poller::Serve(const PolledEvents& polled) noexcept {
+  for (int i = 0; i < polled.count; ++i) Serve(polled.events[static_cast<std::size_t>(i)].data.fd);
+}
+
+void Poller::Interrupt() const noexcept {
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = write(wakeUp_.get(), &one, sizeof one);
 }
 
 void Poller::Serve(int descriptor) noexcept {
@@ -170,9 +241,12 @@ void Poller::Watch(TP_POOL& pool) noexcept {
   pool.begunAtLook = pool.begun;
   pool.looksWithoutProgress = 0;
   watched_.splice(watched_.end(), pool.watching);
-  const std::uint64_t one = 1;
   if (watched_.size() > 1) return;
-  [[maybe_unused]] const ssize_t written = write(wakeUp_.get(), &one, sizeof one);
+  if (place_ == Place::Pollers) {
+    Interrupt();
+  } else {
+    dozed_.notify_one();
+  }
 }
 
 void Poller::Unwatch(TP_POOL& pool) noexcept {
@@ -227,6 +301,18 @@ void Watch(TP_POOL& pool) noexcept { thePoller->Watch(pool); }
 void Unwatch(TP_POOL& pool) noexcept {
   if (pool.watched) thePoller->Unwatch(pool);
 }
+
+bool TakePollersPlace() noexcept { return thePoller->TakePlace(); }
+
+void LeavePollersPlace(TP_POOL& pool) noexcept { thePoller->LeavePlace(pool); }
+
+void FillPollersPlace() noexcept { thePoller->FillPlace(); }
+
+void PollInPlace(PolledEvents& polled) noexcept { thePoller->Poll(polled, -1); }
+
+void ServePolled(const PolledEvents& polled) noexcept { thePoller->Serve(polled); }
+
+void WakePlace() noexcept { thePoller->Interrupt(); }
 
 ArmedWaits::iterator ArmWait(ArmedWaits::node_type entry) noexcept {
   const auto armed = thePoller->waits.insert(std::move(entry));

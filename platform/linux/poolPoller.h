@@ -1,7 +1,14 @@
-// The one thread that waits for descriptors and for time on behalf of all pools: it sleeps until an armed wait's object
-// may be signalled, a timer is due, or a pool needs to be looked at. Callbacks run on the pools' threads, never on it.
+// What waits for descriptors and for time on behalf of all pools, until an armed wait's object may be signalled or a
+// timer is due; and the one thread that looks after the pools, the poller.
+//
+// There is one place in which to wait. A thread of a pool that has nothing to do takes it, if it is free, so that the
+// callbacks of what it waits for run on it without another thread being woken. While it runs them the place is free for
+// a moment; when it stays so, the poller takes it, and wakes a thread of the pool for each callback.
 #pragma once
 
+#include <sys/epoll.h>
+
+#include <array>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -38,6 +45,24 @@ SetTimers::iterator SetTimer(TimerClock clock, SetTimers::node_type entry) noexc
 SetTimers::node_type UnsetTimer(TimerClock clock, SetTimers::iterator entry) noexcept;
 
 [[nodiscard]] std::int64_t Now(TimerClock clock) noexcept;
+
+// What the host has told of in one sleep.
+struct PolledEvents {
+  std::array<epoll_event, 32> events;
+  int count = 0;
+};
+
+// For a thread of a pool. True when it has the place from now on.
+[[nodiscard]] bool TakePollersPlace() noexcept;
+// The poller sees to it that the place does not stay free while the pool's thread is busy.
+void LeavePollersPlace(TP_POOL& pool) noexcept;
+// At once, if it is free: the calling thread may block.
+void FillPollersPlace() noexcept;
+// Without the lock, by the thread that has the place: sleeps until there is something to serve; and serves it.
+void PollInPlace(PolledEvents& polled) noexcept;
+void ServePolled(const PolledEvents& polled) noexcept;
+// Without the lock: whoever is in the place wakes up.
+void WakePlace() noexcept;
 
 // What the poller asks of the objects.
 // True when the wait's object gave its signal to it.

@@ -25,22 +25,31 @@ class PoolWorker {
   void Run();
 
   [[nodiscard]] TP_POOL& Pool() const noexcept { return pool_; }
-  // REQUIRES: the thread has been taken from the idle ones.
-  void Wake() noexcept {
+  // REQUIRES: the thread has been taken from the idle ones; `polls` says whether it was in the poller's place then.
+  void Wake(bool polls) noexcept {
     woken_.store(1, std::memory_order_release);
     syscall(SYS_futex, &woken_, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+    if (polls) WakePlace();
   }
 
   PoolWorker* nextIdle = nullptr;
   // A callback of this thread has submitted one that no other thread was woken for.
   bool keepsOne = false;
+  // It is in the poller's place: what it serves there, it keeps.
+  bool inPlace = false;
 
  private:
   void RunNext(PoolLock& lock);
   // False when the thread is to end instead.
   bool Rest(PoolLock& lock);
+  void RestInPlace(PoolLock& lock);
+  void AwaitWake(PoolLock& lock);
+  void JoinIdle() noexcept;
+  // False when somebody has taken it from them already.
+  [[nodiscard]] bool LeaveIdle() noexcept;
 
   TP_POOL& pool_;
+  bool arrives_ = true;      // Was woken or started.
   bool bringsNext_ = false;  // Has just arrived.
   std::atomic<std::uint32_t> woken_{0};
 };
@@ -48,6 +57,9 @@ class PoolWorker {
 namespace {
 
 thread_local PoolWorker* currentWorker = nullptr;
+
+// So many callbacks a thread that waits in the poller's place runs by itself, one after the other.
+constexpr unsigned kKeptInPlace = 2;
 
 // So many threads run callbacks when none of them blocks.
 unsigned Concurrency(const TP_POOL& pool) noexcept {
@@ -70,8 +82,9 @@ void* RunWorker(void* pool) {
 
 void WakeWorker(TP_POOL& pool, PoolWorker& worker, PoolLock lock) noexcept {
   pool.arriving = true;
+  const bool polls = worker.inPlace;
   lock.unlock();
-  worker.Wake();
+  worker.Wake(polls);
 }
 
 // A thread that the host refuses now is asked for again by the poller.
@@ -110,8 +123,8 @@ void PoolWorker::Run() {
   currentWorker = this;
   PoolLock lock = LockPools();
   do {
-    pool_.arriving = false;
-    bringsNext_ = true;
+    bringsNext_ = arrives_ || pool_.queued > kKeptInPlace;
+    if (std::exchange(arrives_, false)) pool_.arriving = false;
     while (!pool_.queue.empty()) RunNext(lock);
   } while (Rest(lock));
   --pool_.workers;
@@ -142,20 +155,62 @@ bool PoolWorker::Rest(PoolLock& lock) {
   if (pool_.Unused() || pool_.idleCount >= Concurrency(pool_)) return false;
   keepsOne = false;
   woken_.store(0, std::memory_order_relaxed);
-  nextIdle = std::exchange(pool_.idle, this);
-  ++pool_.idleCount;
+  inPlace = TakePollersPlace();
+  JoinIdle();
+  if (inPlace) {
+    RestInPlace(lock);
+  } else {
+    AwaitWake(lock);
+  }
+  return true;
+}
+
+void PoolWorker::RestInPlace(PoolLock& lock) {
+  lock.unlock();
+  PolledEvents polled;
+  PollInPlace(polled);
+  lock.lock();
+  const bool taken = !LeaveIdle();
+  lock.unlock();
+  ServePolled(polled);
+  lock.lock();
+  inPlace = false;
+  LeavePollersPlace(pool_);
+  if (taken) AwaitWake(lock);
+}
+
+// Whoever has taken the thread still holds on to it until then.
+void PoolWorker::AwaitWake(PoolLock& lock) {
   lock.unlock();
   while (woken_.load(std::memory_order_acquire) == 0) {
     syscall(SYS_futex, &woken_, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
   }
   lock.lock();
+  arrives_ = true;
+}
+
+// The one in the poller's place is the last to be taken: it has something to wait for.
+void PoolWorker::JoinIdle() noexcept {
+  PoolWorker** place = &pool_.idle;
+  while (inPlace && *place != nullptr) place = &(*place)->nextIdle;
+  nextIdle = std::exchange(*place, this);
+  ++pool_.idleCount;
+}
+
+bool PoolWorker::LeaveIdle() noexcept {
+  PoolWorker** place = &pool_.idle;
+  while (*place != nullptr && *place != this) place = &(*place)->nextIdle;
+  if (*place == nullptr) return false;
+  *place = nextIdle;
+  --pool_.idleCount;
   return true;
 }
 
 void Submit(PoolObject& object, PoolLock lock) noexcept {
   TP_POOL& pool = object.Pool();
   object.AddPending();
-  if (currentWorker != nullptr && &currentWorker->Pool() == &pool && !currentWorker->keepsOne) {
+  if (currentWorker != nullptr && &currentWorker->Pool() == &pool &&
+      (!currentWorker->keepsOne || currentWorker->inPlace)) {
     currentWorker->keepsOne = true;
     Watch(pool);
     return;
@@ -175,9 +230,12 @@ void Submit(PoolObject& object) noexcept {
 }
 
 void BeforeBlocking() noexcept {
-  if (currentWorker == nullptr || !currentWorker->keepsOne) return;
+  if (currentWorker == nullptr) return;
+  PoolLock lock = LockPools();
+  FillPollersPlace();
+  TP_POOL& pool = currentWorker->Pool();
   currentWorker->keepsOne = false;
-  BringWorker(currentWorker->Pool(), LockPools());
+  if (!pool.queue.empty()) BringWorker(pool, std::move(lock));
 }
 
 bool CanBringMore(const TP_POOL& pool) noexcept { return pool.idle != nullptr || pool.workers < pool.maximum; }
@@ -197,7 +255,7 @@ void TP_POOL::EndIfUnused() noexcept {
     delete this;
     return;
   }
-  while (PoolWorker* const worker = TakeIdle(*this)) worker->Wake();
+  while (PoolWorker* const worker = TakeIdle(*this)) worker->Wake(worker->inPlace);
 }
 
 TP_POOL* DefaultPool() noexcept try {
