@@ -192,6 +192,73 @@ TEST(PoolWait, WorksForManyAtATime) {
   for (const UniqueWait& wait : waits) WaitForThreadpoolWaitCallbacks(wait.get(), false);
 }
 
+// A thread that has just run a callback may be the one that waits for all others: it must not keep them waiting.
+TEST(PoolWait, IsServedWhileTheCallbackOfAnotherBlocks) {
+  for (int round = 0; round < 50; ++round) {
+    Signal served;
+    const UniqueEvent second = NewEvent(false);
+    Function block = [&](PTP_CALLBACK_INSTANCE) {
+      SetEvent(second.get());
+      served.Await();
+    };
+    Function tell = [&](PTP_CALLBACK_INSTANCE) { served.Set(); };
+    const UniqueWait blocking = NewWait(block);
+    const UniqueWait telling = NewWait(tell);
+    const UniqueEvent first = NewEvent(false);
+    SetThreadpoolWait(telling.get(), second.get(), nullptr);
+    SetThreadpoolWait(blocking.get(), first.get(), nullptr);
+    SetEvent(first.get());
+    served.Await();
+    WaitForThreadpoolWaitCallbacks(telling.get(), false);
+    WaitForThreadpoolWaitCallbacks(blocking.get(), false);
+  }
+}
+
+TEST(PoolWait, RunsHoweverManyCallbacksBlockThatTheSameSignalHasBrought) {
+  constexpr int kMany = 12;
+  const UniqueEvent event = NewEvent(true);
+  Signal allAreThere;
+  std::atomic<int> missing{kMany};
+  Function meet = [&](PTP_CALLBACK_INSTANCE) {
+    if (--missing == 0) allAreThere.Set();
+    allAreThere.Await();
+  };
+  std::vector<UniqueWait> waits;
+  for (int i = 0; i < kMany; ++i) {
+    waits.push_back(NewWait(meet));
+    SetThreadpoolWait(waits.back().get(), event.get(), nullptr);
+  }
+  SetEvent(event.get());
+  allAreThere.Await();
+  for (const UniqueWait& wait : waits) WaitForThreadpoolWaitCallbacks(wait.get(), false);
+}
+
+TEST(PoolWait, ThatBlocksInAWaitForAnotherLetsThatOneRun) {
+  for (int round = 0; round < 50; ++round) {
+    Signal done;
+    const UniqueEvent second = NewEvent(false);
+    Function nothing = [](PTP_CALLBACK_INSTANCE) {};
+    const UniqueWork work = NewWork(nothing);
+    const UniqueWait other = NewWait(nothing);
+    Function wait = [&](PTP_CALLBACK_INSTANCE) {
+      SubmitThreadpoolWork(work.get());
+      SetEvent(second.get());
+      WaitForThreadpoolWorkCallbacks(work.get(), false);
+      WaitForThreadpoolWaitCallbacks(other.get(), false);
+      done.Set();
+    };
+    const UniqueWait waiting = NewWait(wait);
+    const UniqueEvent first = NewEvent(false);
+    SetThreadpoolWait(other.get(), second.get(), nullptr);
+    SetThreadpoolWait(waiting.get(), first.get(), nullptr);
+    SetEvent(first.get());
+    done.Await();
+    WaitForThreadpoolWaitCallbacks(waiting.get(), false);
+    SetThreadpoolWait(other.get(), {}, nullptr);
+    WaitForThreadpoolWaitCallbacks(other.get(), true);
+  }
+}
+
 TEST(PoolWait, RunsWhenAThreadEnds) {
   Signal done;
   Signal leave;
