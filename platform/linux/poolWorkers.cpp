@@ -2,6 +2,7 @@
 
 #include <linux/futex.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -61,9 +62,16 @@ thread_local PoolWorker* currentWorker = nullptr;
 // So many callbacks a thread that waits in the poller's place runs by itself, one after the other.
 constexpr unsigned kKeptInPlace = 2;
 
+// Those that this process may use. The standard library would read a file of the host's for it.
+unsigned Processors() noexcept {
+  cpu_set_t usable;
+  if (sched_getaffinity(0, sizeof usable, &usable) != 0) return std::max(1U, std::thread::hardware_concurrency());
+  return static_cast<unsigned>(CPU_COUNT(&usable));
+}
+
 // So many threads run callbacks when none of them blocks.
 unsigned Concurrency(const TP_POOL& pool) noexcept {
-  static const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
+  static const unsigned processors = Processors();
   return std::min(processors, pool.maximum.load(std::memory_order_relaxed));
 }
 
