@@ -30,9 +30,8 @@ bool isUsable(const std::shared_ptr<Owner>& holder) {
 }
 
 // Each goes when it has been told: what its callback keeps is the user's, and is never let go of with a lock held.
-template <class Messages>
-void complete(Messages& messages, LmIpcStatusCode status) {
-  for (; !messages.empty(); messages.pop_front()) messages.front()->sendComplete(status);
+void complete(MessageQueue& messages, LmIpcStatusCode status) {
+  while (!messages.empty()) messages.takeFront()->sendComplete(status);
 }
 
 }  // namespace
@@ -229,7 +228,7 @@ LmIpcStatusCode LmIpclibLinkSharedMemWin::performDeferredSend(Lock& lock) {
 void LmIpclibLinkSharedMemWin::pack(TransactionWriter& transaction, Messages& batch, Messages& completed) {
   while (transaction.hasRoom() && !batch.empty()) {
     const auto block = transaction.append(*batch.front());
-    if (block.last) completed.splice(completed.end(), batch, batch.begin());
+    if (block.last) completed.push_back(batch.takeFront());
     bytesSentOnWire.fetch_add(block.blockSize, std::memory_order_relaxed);
     bytesSent.fetch_add(block.dataSize, std::memory_order_relaxed);
   }
@@ -240,10 +239,11 @@ bool LmIpclibLinkSharedMemWin::putBack(Messages& batch, Messages& failed) {
   const bool isFailing = state() == State::Error || state() == State::ShuttingDown;
   if (batch.empty()) return isFailing || state() == State::Closing;
   if (isFailing || stopReason != StopReason::None) {
-    failed.splice(failed.end(), batch);
+    failed.append(batch);
     return true;
   }
-  deferredSends.splice(deferredSends.begin(), batch);
+  batch.append(deferredSends);
+  deferredSends.swap(batch);
   return false;
 }
 

@@ -140,7 +140,8 @@ void LmIpclibStream::deliver(Incoming& messages) {
     ~Undelivered() {
       if (messages.empty()) return;
       Lock lock(stream.mutex_);
-      stream.incoming_.splice(stream.incoming_.begin(), messages);
+      messages.append(stream.incoming_);
+      stream.incoming_.swap(messages);
     }
     LmIpclibStream& stream;
     Incoming& messages;
@@ -148,8 +149,7 @@ void LmIpclibStream::deliver(Incoming& messages) {
   const Undelivered rest{*this, messages};
 
   while (!messages.empty()) {
-    const auto message = std::move(messages.front());
-    messages.pop_front();
+    const auto message = messages.takeFront();
     // Not before: a message that is never delivered must not keep its stream.
     message->setStream(shared_from_this());
     switch (message->msgType()) {
