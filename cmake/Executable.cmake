@@ -16,14 +16,11 @@ function(lumenar_program NAME LIBRARY PLATFORM)
   endif()
 endfunction()
 
-# Moves the debug information of an executable into NAME.debug beside it; the executable keeps a link to it. What is left
-# is small and, as a new file, written in large pieces: the system then maps it in large pieces too, which saves a launch a
-# third of its page faults.
+# Moves the debug information of an executable into NAME.debug beside it; the executable keeps a link to it.
 function(lumenar_split_debug NAME)
   set(program $<TARGET_FILE:${NAME}>)
   add_custom_command(TARGET ${NAME} POST_BUILD
     COMMAND ${CMAKE_OBJCOPY} --only-keep-debug ${program} ${program}.debug
-    COMMAND ${CMAKE_OBJCOPY} --strip-all --add-gnu-debuglink=${program}.debug ${program} ${program}.stripped
-    COMMAND ${CMAKE_COMMAND} -E rename ${program}.stripped ${program}
+    COMMAND ${CMAKE_OBJCOPY} --strip-all --add-gnu-debuglink=${program}.debug ${program}
     VERBATIM)
 endfunction()

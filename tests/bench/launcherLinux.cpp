@@ -68,8 +68,23 @@ void Measure(Subject& subject) {
 
 void Print(const Subject& subject, double unit) {
   const bench::Figures figures = bench::FiguresOf(subject.microseconds);
-  std::printf("%-34s %9.0f %9.0f %9.0f %8.2f %8.2f\n", subject.name.c_str(), figures.median, figures.least,
+  std::printf("%-36s %9.0f %9.0f %9.0f %8.2f %8.2f\n", subject.name.c_str(), figures.median, figures.least,
               figures.most, figures.median / unit, static_cast<double>(subject.peakKibibytes) / 1024);
+}
+
+// In turn; the ratios are to the first one.
+void MeasureAndPrint(const char* where, unsigned runs, std::vector<Subject> subjects,
+                     bench::Service* service = nullptr) {
+  for (unsigned run = 0; run < runs; ++run) {
+    for (Subject& subject : subjects) {
+      support::SetEnvironment("XDG_DATA_HOME", subject.dataHome);
+      Measure(subject);
+      if (subject.posts) service->AwaitCommand();
+    }
+  }
+  std::printf("%-36s %9s %9s %9s %8s %8s\n", where, "median", "least", "most", "ratio", "MiB");
+  const double unit = bench::FiguresOf(subjects.front().microseconds).median;
+  for (const Subject& subject : subjects) Print(subject, unit);
 }
 
 }  // namespace
@@ -84,29 +99,19 @@ int main(int argc, char** argv) {
   std::filesystem::copy(dataHome + "/lumenar", logging + "/lumenar", std::filesystem::copy_options::recursive);
   bench::ClientMachine::StopDailyLog();
   const bench::Resident resident;
-  bench::Service service;
-  std::vector<Subject> subjects{
-      SubjectOf("empty program, statically linked", support::Beside("emptyStatic"), dataHome),
-      SubjectOf("empty program, dynamically linked", support::Beside("emptyDynamic"), dataHome),
-      SubjectOf("launcher, Client road", program, dataHome),
-      SubjectOf("launcher, Client road, daily log", program, logging),
-      AgentRoad(program, dataHome + "/agent"),
-      // A machine without any settings has no origin.
-      SubjectOf("launcher, unknown origin", program, dataHome + "/other"),
-  };
-  for (unsigned run = 0; run < runs; ++run) {
-    for (Subject& subject : subjects) {
-      support::SetEnvironment("XDG_DATA_HOME", subject.dataHome);
-      Measure(subject);
-      if (subject.posts) service.AwaitCommand();
-    }
-  }
-  support::SetEnvironment("XDG_DATA_HOME", dataHome);
 
   std::printf("whole processes, microseconds, %u runs of each, interleaved\n", runs);
-  std::printf("%-34s %9s %9s %9s %8s %8s\n", "", "median", "least", "most", "ratio", "MiB");
-  const double unit = bench::FiguresOf(subjects[0].microseconds).median;
-  for (const Subject& subject : subjects) Print(subject, unit);
+  const Subject empty = SubjectOf("empty program, statically linked", support::Beside("emptyStatic"), dataHome);
+  MeasureAndPrint("the person's machine", runs,
+                  {empty, SubjectOf("empty program, dynamically linked", support::Beside("emptyDynamic"), dataHome),
+                   SubjectOf("launcher, Client road", program, dataHome),
+                   SubjectOf("launcher, Client road, daily log", program, logging),
+                   // A machine without any settings has no origin.
+                   SubjectOf("launcher, unknown origin", program, dataHome + "/other")});
+  bench::Service service;
+  MeasureAndPrint("the remote machine, with the service", runs, {empty, AgentRoad(program, dataHome + "/agent")},
+                  &service);
+  support::SetEnvironment("XDG_DATA_HOME", dataHome);
   rusage own{};
   getrusage(RUSAGE_SELF, &own);
   std::printf("MiB: the most memory that a run held; never less than ours at its start (%.2f)\n",
