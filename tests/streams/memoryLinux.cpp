@@ -46,5 +46,23 @@ TEST_F(SharedLink, WhosePeerClaims4GibInABoundedAddressSpaceIsEndedAndTheProcess
   ExpectFault();
 }
 
+// The size is the peer's word, and nobody holds it against the block.
+TEST_F(SharedLink, WithoutMemoryForItsBufferEndsAndTellsThePeer) {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "a sanitizer's allocator ends the process itself";
+#endif
+  peer = std::make_unique<RawPeer>();
+  link = std::make_shared<OpenLink>();
+  ASSERT_EQ(link->connecting(), Status::Success);
+  ASSERT_EQ(Attach(*link, peer->toLink, peer->fromLink, std::uint32_t{1} << 31), Status::Success);
+  const Bound bound(rlim_t{1} << 30);
+  unsigned errorCode = 0;
+  EXPECT_EQ(link->start(executor, errorCode), Status::OutOfMemory);
+  EXPECT_EQ(link->state(), LinkState::Closed);
+  EXPECT_EQ(pool::Objects(), 0u) << "it has come to no task";
+  EXPECT_TRUE(TakeSignal(peer->toLink.error));
+  EXPECT_FALSE(TakeSignal(peer->toLink.dataConsumed));
+}
+
 }  // namespace
 }  // namespace streams

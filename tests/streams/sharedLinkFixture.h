@@ -66,6 +66,7 @@ class SharedLink : public testing::Test {
   void ExpectFault() {
     EXPECT_EQ(link->state(), LinkState::Closed);
     EXPECT_TRUE(TakeSignal(peer->toLink.error)) << "the peer is told";
+    EXPECT_TRUE(TakeSignal(peer->toLink.stop)) << "and once more when the link has ended";
     EXPECT_TRUE(TakeSignal(peer->toLink.dataConsumed)) << "that of the start";
     EXPECT_FALSE(TakeSignal(peer->toLink.dataConsumed)) << "the faulty transaction stays where it is";
     EXPECT_THAT(heard.texts, ElementsAre("<end>"));

@@ -536,13 +536,5 @@ TEST_F(SharedLink, ThatFailsToStartIsClosedAndTellsThePeer) {
   EXPECT_TRUE(TakeSignal(peer->toLink.error));
 }
 
-TEST_F(SharedLink, MakesAPipeWhoseEndTheSystemClosesWithTheProcess) {
-  link = std::make_shared<OpenLink>();
-  const auto first = link->getReadPipeReference();
-  EXPECT_TRUE(first);
-  EXPECT_TRUE(link->getReadPipeReference()) << "a new one; the first is closed";
-  EXPECT_FALSE(link->blockOnReadClientPipe()) << "it keeps no pipe of a client";
-}
-
 }  // namespace
 }  // namespace streams
