@@ -1,3 +1,5 @@
+#include <optional>
+
 #include "lib/ipc/ipclib/ipclibTrace.h"
 #include "tests/client/clientFixture.h"
 #include "tests/ipc/openHandles.h"
@@ -33,9 +35,12 @@ TEST_F(IpcClient, ConnectsByAStreamThatIsNamedByANewId) {
   EXPECT_EQ(service.Asked().size(), 2u) << "no two clients share a library";
 }
 
-TEST_F(IpcClient, WithAnOptionWantsTheServiceToProveItself) {
-  Connect(1);
-  EXPECT_THAT(service.Asked(), ElementsAre(StreamFlags(265)));
+TEST_F(IpcClient, WithAnyOptionWantsTheServiceToProveItself) {
+  for (const int option : {1, 2, -1}) {
+    Talker other;
+    EXPECT_EQ(other.ConnectToStream(kEndpoint, option), Status::Success);
+    EXPECT_EQ(service.Asked().back(), StreamFlags(265));
+  }
 }
 
 TEST_F(IpcClient, WaitsForNoService) {
@@ -82,6 +87,32 @@ TEST_F(IpcClient, ThatReachesNobodyTellsThat) {
                                                 "stream, status=10."));
 }
 
+// Lets the service speak between the two steps of a connect, and sees its word come in.
+class SpeaksEarly final : public quill::log::Sink {
+ public:
+  SpeaksEarly(Service& service, Talker& client) : service_(service), client_(client) {}
+  void Write(std::int32_t, const quill::log::Location& location, std::string_view text) override {
+    const std::string_view function = location.function;
+    if (function == "addIncomingMessage" && text.ends_with("msgType: Msg, size: 5")) came_.Give();
+    if (location.path != "lib\\ipc\\ipclib\\ipclib" || function != "connect" || !text.starts_with("<")) return;
+    service_.Send("early");
+    came_.Await();
+    EXPECT_THAT(client_.Heard(), IsEmpty());
+  }
+
+ private:
+  Service& service_;
+  Talker& client_;
+  support::Signal came_;
+};
+
+TEST_F(IpcClient, HearsNothingUntilItKeepsItsStream) {
+  quill::ipc::ipcTrace->attach(std::make_shared<SpeaksEarly>(service, client));
+  Connect();
+  client.came.Await();
+  EXPECT_THAT(client.Heard(), ElementsAre("early"));
+}
+
 // Ends the library between the two steps of a connect.
 class EndsTheLibrary final : public quill::log::Sink {
  public:
@@ -126,6 +157,38 @@ TEST_F(IpcClient, SendsACopy) {
   EXPECT_EQ(service.NextMessage(), std::string(100'000, 'a'));
   EXPECT_NE(client.Send("two"), 0);
   EXPECT_EQ(service.NextMessage(), "two");
+}
+
+// Notes the streams that it is to send on.
+class NotesItsSends final : public client::LmIpcClient {
+ public:
+  ~NotesItsSends() override { Disconnect(); }
+  int ReservedOperation() override { return 0; }
+  void OnMessage(const std::uint8_t*, std::uint32_t) override {}
+  using LmIpcClient::SendMsg;
+  int SendMsg(std::uint64_t streamId, const std::uint8_t* data, std::uint32_t size) override {
+    asked.push_back(streamId);
+    return LmIpcClient::SendMsg(answer.value_or(streamId), data, size);
+  }
+
+  std::vector<std::uint64_t> asked;
+  std::optional<std::uint64_t> answer;
+};
+
+TEST_F(IpcClient, SendsByTheOperationThatAClassMayReplace) {
+  NotesItsSends notes;
+  const std::uint8_t letter = 'x';
+  EXPECT_EQ(notes.SendMsg(&letter, 1), 0);
+  EXPECT_THAT(notes.asked, IsEmpty()) << "it is not connected";
+  ASSERT_EQ(notes.ConnectToStream(kEndpoint, 0), Status::Success);
+  const auto lines = logged.lines->Take();
+  EXPECT_NE(notes.SendMsg(&letter, 1), 0);
+  EXPECT_EQ(service.NextMessage(), "x");
+  ASSERT_EQ(notes.asked.size(), 1u);
+  EXPECT_TRUE(lines.back().ends_with("StreamId=" + std::to_string(notes.asked[0]) + ".")) << lines.back();
+  notes.answer = 4711;
+  EXPECT_NE(notes.SendMsg(&letter, 1), 0) << "there is one stream, whatever the number says";
+  EXPECT_EQ(service.NextMessage(), "x");
 }
 
 // An empty message would be the end of the stream, and that is for the stream to say.
@@ -189,8 +252,22 @@ TEST_F(IpcClient, ClosesWhenTheServiceDoes) {
                                               "close stream, streamName=") +
                                   kId + ", Id=[0-9]+\\.")));
   service.AwaitLinksClosed();
+  EXPECT_NE(client.Ipclib(), nullptr);
   EXPECT_EQ(client.CloseStream(), Status::Success);
+  EXPECT_EQ(client.Ipclib(), nullptr) << "it has kept the stream until now";
   EXPECT_THAT(client.Heard(), IsEmpty());
+}
+
+TEST_F(IpcClient, HandsAMessageOnWhateverItsStatus) {
+  Connect();
+  service.Send("hello");
+  client.came.Await();
+  const auto message =
+      std::make_shared<LmIpclibMsg>(quill::ipc::LmIpclibMsgType::Msg, 0, Status::AccessDenied, 1, 2, 2);
+  ASSERT_EQ(message->appendData(2, reinterpret_cast<const std::byte*>("hi")), Status::Success);
+  message->setStream(client.Stream());
+  client.ReceiveCB(Status::StreamClosed, message);
+  EXPECT_THAT(client.Heard(), ElementsAre("hello", "hi"));
 }
 
 // A message as no stream makes it: of some size, and without its bytes.
@@ -250,6 +327,30 @@ TEST_F(IpcClient, LogsNothingThatIsNotWanted) {
   client.came.Await();
   EXPECT_THAT(logged.lines->Take(), IsEmpty());
   EXPECT_EQ(client.CloseStream(), Status::Success);
+}
+
+TEST_F(IpcClient, LogsEachLineFromItsLevelOn) {
+  const auto linesAt = [&](int level, const std::function<void()>& what) {
+    runtime::gLogLevel = level;
+    what();
+    return logged.lines->Take().size();
+  };
+  const auto failsToSend = [&] { static_cast<void>(client.Send("")); };
+  EXPECT_EQ(linesAt(0, failsToSend), 0u);
+  EXPECT_EQ(linesAt(1, failsToSend), 1u);
+  for (const int level : {2, 3}) {
+    Talker other;
+    const auto connects = [&] { EXPECT_EQ(other.ConnectToStream(kEndpoint, 0), Status::Success); };
+    EXPECT_EQ(linesAt(level, connects), level == 3 ? 1u : 0u);
+    runtime::gLogLevel = 0;
+  }
+  Connect();
+  const auto hears = [&] {
+    service.Send("hello");
+    client.came.Await();
+  };
+  EXPECT_EQ(linesAt(4, hears), 0u);
+  EXPECT_EQ(linesAt(5, hears), 1u);
 }
 
 TEST(IpcClientThatIsLetGo, LeavesNothingOpen) {

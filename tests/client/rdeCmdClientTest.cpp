@@ -1,5 +1,7 @@
 #include "client/rdeCmdClient.h"
 
+#include <fmt/format.h>
+
 #include <string>
 #include <vector>
 
@@ -94,12 +96,14 @@ TEST_F(RedirectionRequest, BearsItsCommand) {
 TEST_F(RedirectionRequest, GoesToTheEndpointOfItsSession) {
   struct {
     std::uint32_t session, first;
-  } constexpr cases[] = {{0, 0xFFFFFFFF}, {1, 0xFFFFFFFE}, {0x12345678, 0xEDCBA987}, {0xFFFFFFFF, 0}};
+  } constexpr cases[] = {
+      {0, 0xFFFFFFFF}, {1, 0xFFFFFFFE}, {0x12345678, 0xEDCBA987}, {0xFFFFFFF5, 0xA}, {0xFFFFFFFF, 0}};
   for (const auto& [session, first] : cases) {
     calls.session = session;
     EXPECT_EQ(Post(u"x"), 1u);
     const platform::GUID endpoint{first, 0xEC5E, 0x4088, {0xB1, 0x23, 0x80, 0xB4, 0xAE, 0x23, 0x3D, 0x0B}};
     EXPECT_EQ(service.Waits().back().endpoint, endpoint) << session;
+    EXPECT_EQ(TakeTraces().at(1), fmt::format("Try to connect guid: {:08X}-EC5E-4088-B123-80B4AE233D0B.\n", first));
   }
 }
 
@@ -142,6 +146,7 @@ TEST_F(RedirectionRequest, ThatTheServiceRefusesFailsWithItsStatus) {
   service.answers = [] { return Status::AccessDenied; };
   EXPECT_EQ(Post(u"https://x/"), 0u);
   EXPECT_EQ(TakeTraces().back(), "RdeCmdClient::PostRdeCmdRequest: Failed to connect the rdeServer, error = 7.\n");
+  EXPECT_EQ(service.Asked().size(), 1u) << "nothing is retried";
 }
 
 TEST_F(RedirectionRequest, WithoutALibraryFailsWithItsStatus) {

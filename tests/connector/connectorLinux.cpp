@@ -23,7 +23,10 @@ TEST_F(LinkConnectorOnLinux, WithoutAPipeMakesNoCallAndKeepsTheBinding) {
   EXPECT_EQ(rpc.texts, 1u) << "this is meant";
   EXPECT_EQ(rpc.bindings, 1u) << "and so is this";
   EXPECT_EQ(errorCode, 4711u) << "nothing is told";
-  EXPECT_EQ(Traces().back(), "< status: Unexpected");
+  const auto traces = Traces();
+  EXPECT_EQ(traces.back(), "< status: Unexpected");
+  EXPECT_THAT(traces,
+              testing::Contains(fmt::format("- m_state: Connecting, linkId: {:#x}}}, errorCode: 8", link->linkId())));
 }
 
 TEST_F(LinkConnectorOnLinux, LeavesNoHandleWhicheverSecondOneFails) {

@@ -50,6 +50,14 @@ TEST_F(LinkConnector, BindsWithAuthenticationAndWithoutTheOption) {
   ExpectNothingLeft();
 }
 
+TEST_F(LinkConnector, BindsWithAuthenticationAlsoWhenTheHandlesPassThroughTheCall) {
+  EXPECT_EQ(Connect(kByHandles | kAuthenticated), Status::Success);
+  EXPECT_THAT(rpc.calls, testing::Contains(testing::EndsWith(", null")));
+  EXPECT_THAT(rpc.calls, testing::Contains(testing::StartsWith("RpcBindingSetAuthInfoExW: SYSTEM, level 6")));
+  EXPECT_THAT(rpc.calls, testing::Contains("ConnectLinkByHandles"));
+  ExpectNothingLeft();
+}
+
 TEST_F(LinkConnector, AsksForTheStreamAndTheLink) {
   EXPECT_EQ(Connect(kPlain), Status::Success);
   EXPECT_EQ(rpc.request.clientVersion, 1);
@@ -92,6 +100,18 @@ TEST_F(LinkConnector, TakesTheReplyOver) {
   EXPECT_EQ(link->state(), LmIpclibLink::State::Connecting);
   platform::SetEvent(receive.dataReadyEvent.get());
   EXPECT_TRUE(ipcTests::Fires(link->getRecvEvent()));
+}
+
+TEST_F(LinkConnector, TakesEachEventForWhatItIs) {
+  EXPECT_EQ(Connect(kPlain), Status::Success);
+  link->linkError();
+  EXPECT_TRUE(ipcTests::Fires(receive.errorEvent.get()));
+  EXPECT_TRUE(ipcTests::Fires(receive.stopEvent.get())) << "it has ended";
+  EXPECT_FALSE(ipcTests::Fires(receive.dataReadyEvent.get()));
+  EXPECT_FALSE(ipcTests::Fires(receive.dataConsumedEvent.get()));
+  for (const auto* event : {&send.dataReadyEvent, &send.dataConsumedEvent, &send.errorEvent, &send.stopEvent}) {
+    EXPECT_FALSE(ipcTests::Fires(event->get()));
+  }
 }
 
 TEST_F(LinkConnector, TracesItsWay) {

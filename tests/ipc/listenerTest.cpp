@@ -1,10 +1,12 @@
 #include "lib/ipc/ipclib/ipclibListener.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -100,6 +102,29 @@ TEST_F(Listener, ClosesTheOtherWaysBehindOneThatFailsAndEndsWithTheFirstFailure)
   EXPECT_THAT(toldOf, ElementsAre(State::Error));
 }
 
+// Looks at its listener as it is closed.
+class LooksBack final : public LmIpclibLinkListener {
+ public:
+  explicit LooksBack(const std::optional<LmIpclibListener>& listener)
+      : LmIpclibLinkListener(kEndpoint, nullptr), listener_(listener) {}
+  LmIpcStatusCode close() override {
+    seen = listener_->state();
+    return Status::Success;
+  }
+  State seen = State::Init;
+
+ private:
+  const std::optional<LmIpclibListener>& listener_;
+};
+
+TEST_F(Listener, IsClosingWithoutItsLockWhileItsWaysAreClosed) {
+  std::optional<LmIpclibListener> listener;
+  const auto way = std::make_shared<LooksBack>(listener);
+  listener.emplace(kEndpoint, State::Listening, LmIpclibListener::LinkListeners{way}, [](LmIpclibListener&) {});
+  EXPECT_EQ(listener->close(), Status::Success);
+  EXPECT_EQ(way->seen, State::Closing);
+}
+
 TEST_F(Listener, LetsGoOfWhatItCalls) {
   const auto kept = std::make_shared<int>();
   const auto way = std::make_shared<Way>(0, Status::Success, closed);
@@ -135,6 +160,30 @@ TEST_F(Listener, IsTraced) {
 TEST(LinkListener, HoldsNothingThatItHadToClose) {
   LmIpclibLinkListener listener(kEndpoint, nullptr);
   EXPECT_EQ(listener.close(), Status::Success);
+}
+
+TEST(LinkListener, ReturnsWhatItsReactionToAStreamSays) {
+  const auto sink = std::make_shared<quill::log::LineSink>();
+  std::vector<std::shared_ptr<LmIpclibStream>> offered;
+  Status answer = Status::Success;
+  const LmIpclibLinkListener listener(kEndpoint, [&](const std::shared_ptr<LmIpclibStream>& stream) {
+    offered.push_back(stream);
+    return answer;
+  });
+  const auto stream = std::make_shared<LmIpclibStream>(kEndpoint, u"s", StreamFlags(),
+                                                       std::weak_ptr<quill::task::TaskExecutor>(), nullptr);
+  ipcTrace->listener()->addSink(sink);
+  ipcTrace->listener()->setLevel(kTraceLevel);
+  EXPECT_EQ(listener.connectStream(stream, true), Status::Success);
+  answer = Status::AccessDenied;
+  EXPECT_EQ(listener.connectStream(stream, false), Status::AccessDenied);
+  EXPECT_THAT(offered, ElementsAre(stream, stream));
+  const std::string begins =
+      fmt::format("> ep: {{875AC244-B80A-420E-90A2-9C69DFD8E728}}, streamId: {:#x}", stream->streamId());
+  EXPECT_THAT(sink->TakeTexts(), ElementsAre(begins + ", onAcceptSendOpenAck: true", "< status: Success",
+                                             begins + ", onAcceptSendOpenAck: false", "< status: AccessDenied"));
+  ipcTrace->removeAllSinks();
+  ipcTrace->listener()->setLevel(4);
 }
 
 TEST(LinkListener, WithoutAReactionThrows) {

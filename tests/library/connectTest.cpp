@@ -270,6 +270,23 @@ TEST_F(LibraryLinks, ThatHaveEndedTakeAYoungerOneOfTheirEndpointWithThem) {
   EXPECT_EQ(service.Asked().size(), 3u) << "so the third makes its own";
 }
 
+// The same again: every link that a connect has made counts as shared when it goes.
+TEST_F(LibraryLinks, OfExclusiveStreamsTakeTheSharedOneOfTheirEndpointWithThem) {
+  service.closesInTurn = false;
+  Start();
+  const auto exclusive = Connected(kOwnLink);
+  const auto going = NewestLink();
+  const auto elsewhere = Connected(kShared, kOtherEndpoint);
+  const auto shared = Connected(kShared);
+  ASSERT_THAT(library->SharedEndpoints(), ElementsAre(kEndpoint, kOtherEndpoint));
+  const auto removed = Watch::For("removeLink", "<");
+  going->shutdown();
+  removed->Await();
+  EXPECT_THAT(library->SharedEndpoints(), ElementsAre(kOtherEndpoint));
+  EXPECT_EQ(library->AllLinks().size(), 2u);
+  EXPECT_EQ(shared->state(), LmIpclibStream::State::Connected);
+}
+
 TEST_F(LibraryLinks, OnWhichAStreamIsRefusedAreTriedAgain) {
   Start();
   const auto first = Connected();

@@ -136,6 +136,26 @@ TEST_F(LibraryUninitWithABusyUser, RefusesNewStreamsMeanwhile) {
   EXPECT_EQ(Uninit([&] { EXPECT_EQ(Connect().status(), Status::InvalidState); }), Status::TimedOut);
 }
 
+// The library has its tasks still, unlike behind its end.
+TEST_F(LibraryUninit, RefusesNewStreamsWhileItWaitsForItsLinks) {
+  service.closesInTurn = false;
+  Start(std::chrono::hours(1));
+  const auto stream = Connected();
+  EXPECT_EQ(stream->close(kNoTimer), Status::Success);
+  EXPECT_EQ(service.NextMessage(), "<end>");
+  const auto waiting = Watch::For("uninit", "- Waiting for deferred stops");
+  Status ended = Status::Unexpected;
+  std::thread ends([&] { ended = library->uninit(); });
+  waiting->Await();
+  for (const StreamFlags flags : {kShared, kOwnLink}) EXPECT_EQ(Connect(flags).status(), Status::InvalidState);
+  EXPECT_EQ(service.Waits().size(), 3u) << "it is awaited before";
+  EXPECT_EQ(service.Asked().size(), 1u);
+  EXPECT_EQ(library->AllLinks().size(), 1u);
+  NewestLink()->shutdown();
+  ends.join();
+  EXPECT_EQ(ended, Status::Success);
+}
+
 TEST_F(LibraryUninit, EndsAConnectThatIsUnderWay) {
   Start(kAtOnce);
   support::Signal asked;
