@@ -270,21 +270,27 @@ TEST_F(LibraryLinks, ThatHaveEndedTakeAYoungerOneOfTheirEndpointWithThem) {
   EXPECT_EQ(service.Asked().size(), 3u) << "so the third makes its own";
 }
 
-// The same again: every link that a connect has made counts as shared when it goes.
-TEST_F(LibraryLinks, OfExclusiveStreamsTakeTheSharedOneOfTheirEndpointWithThem) {
+// The same again: every link that a connect has made counts as shared, as it stops and when it has ended.
+TEST_F(LibraryLinks, OfExclusiveStreamsTakeTheSharedOneOfTheirEndpointWithThemTwice) {
   service.closesInTurn = false;
   Start();
+  const auto before = Connected();
   const auto exclusive = Connected(kOwnLink);
-  const auto going = NewestLink();
+  const auto stopping = NewestLink();
   const auto elsewhere = Connected(kShared, kOtherEndpoint);
-  const auto shared = Connected(kShared);
+  EXPECT_EQ(exclusive->close(kNoTimer), Status::Success);
+  stopping->close();
+  EXPECT_THAT(library->SharedEndpoints(), ElementsAre(kOtherEndpoint));
+  const auto after = Connected();
   ASSERT_THAT(library->SharedEndpoints(), ElementsAre(kEndpoint, kOtherEndpoint));
+  EXPECT_EQ(service.Asked().size(), 4u) << "the younger one has made its own";
+
   const auto removed = Watch::For("removeLink", "<");
-  going->shutdown();
+  stopping->shutdown();
   removed->Await();
   EXPECT_THAT(library->SharedEndpoints(), ElementsAre(kOtherEndpoint));
-  EXPECT_EQ(library->AllLinks().size(), 2u);
-  EXPECT_EQ(shared->state(), LmIpclibStream::State::Connected);
+  EXPECT_EQ(library->AllLinks().size(), 3u);
+  for (const auto& stream : {before, after}) EXPECT_EQ(stream->state(), LmIpclibStream::State::Connected);
 }
 
 TEST_F(LibraryLinks, OnWhichAStreamIsRefusedAreTriedAgain) {
