@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <string>
 #include <thread>
 
@@ -56,13 +55,6 @@ TEST_F(LinkReadyEvent, IsOpenedWhereThereIsOne) {
   ++other.Data1;
   const platform::UniqueEvent others = getLinkReadyEvent(other, nullptr);
   EXPECT_FALSE(ipcTests::Fires(others.get()));
-}
-
-TEST_F(LinkReadyEvent, TakesTheDescriptorOfWhoMayUseIt) {
-  // Revision 1, with a list that is not there: everybody may.
-  alignas(8) std::array<std::uint8_t, 40> everybody{1, 0, 4, 0};
-  const platform::UniqueEvent ours = getLinkReadyEvent(kEndpoint, everybody.data());
-  EXPECT_TRUE(ours);
 }
 
 TEST_F(LinkReadyEvent, ThatIsSetEndsTheWait) {
