@@ -247,34 +247,38 @@ TEST(TxPollThread, RemoveItemThatWaitsFindsAnItemGoneThatHasRemovedItself) {
   lines.Await("D TxPollThread::RemoveItem(): test: Item item not found");
 }
 
-TEST(TxPollThread, WaitsForWhateverItemRuns) {
-  LogLines lines;
-  const Poll poll;
+// An item whose run lasts until it is told to go on.
+struct Held {
   Signal running;
   Signal goOn;
   bool ended = false;
-  poll->AddItem(NewItem("item",
-                        [&](bool) {
-                          running.Give();
-                          goOn.Await();
-                          ended = true;
-                          return true;
-                        }),
-                {}, 0);
+  RCPtr<TxPollItem> item = NewItem("item", [this](bool) {
+    running.Give();
+    goOn.Await();
+    ended = true;
+    return true;
+  });
+};
+
+TEST(TxPollThread, WaitsForWhateverItemRuns) {
+  LogLines lines;
+  Held held;
+  const Poll poll;
+  poll->AddItem(held.item, {}, 0);
   ASSERT_TRUE(poll->StartScheduler());
-  running.Await();
+  held.running.Await();
   runtime::gLogLevel = 7;
   bool seen = false;
   std::thread waiter([&] {
     poll->WaitForItemToComplete(nullptr);
-    seen = ended;
+    seen = held.ended;
   });
   lines.Await("N TxPollThread::WaitForItemToComplete(): test: Waiting for all items to complete");
-  goOn.Give();
-  goOn.Give();  // It runs on until the thread is stopped.
+  held.goOn.Give();
+  held.goOn.Give();  // It runs on until the thread is stopped.
   waiter.join();
   EXPECT_TRUE(seen);
-  for (int i = 0; i < 1000; ++i) goOn.Give();
+  for (int i = 0; i < 1000; ++i) held.goOn.Give();
   poll->RemoveAllItems(false);
 }
 
@@ -292,29 +296,20 @@ TEST(TxPollThread, RemovesAllItemsAndSaysSoOfEach) {
 
 TEST(TxPollThread, RemovesAllItemsOnceTheOneThatRunsHasEnded) {
   const LogLines lines;
+  Held held;
   const Poll poll;
-  Signal running;
-  Signal goOn;
-  bool ended = false;
-  poll->AddItem(NewItem("item",
-                        [&](bool) {
-                          running.Give();
-                          goOn.Await();
-                          ended = true;
-                          return true;
-                        }),
-                {}, 0);
+  poll->AddItem(held.item, {}, 0);
   poll->AddItem(IdleItem("behind"));
   ASSERT_TRUE(poll->StartScheduler());
-  running.Await();
+  held.running.Await();
   runtime::gLogLevel = 7;
   bool seen = false;
   std::thread remover([&] {
     poll->RemoveAllItems(true);
-    seen = ended;
+    seen = held.ended;
   });
   lines.Await("N TxPollThread::WaitForItemToComplete(): test: Waiting for item to complete");
-  goOn.Give();
+  held.goOn.Give();
   remover.join();
   EXPECT_TRUE(seen);
   poll->LogAllItems(7);
