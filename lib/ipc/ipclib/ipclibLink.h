@@ -11,6 +11,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -19,7 +20,6 @@
 
 #include "lib/ipc/ipclib/ipclibMsg.h"
 #include "lib/ipc/ipclib/ipclibStatus.h"
-#include "lib/ipc/ipclib/messageQueue.h"
 #include "lib/ipc/ipclib/operationTrace.h"
 #include "lib/task/waitTask.h"
 #include "lib/task/workTask.h"
@@ -132,7 +132,7 @@ class LmIpclibLink : public std::enable_shared_from_this<LmIpclibLink> {
   // Why the peer makes this side stop.
   enum class StopReason : std::uint32_t { None = 0, PeerStopped = 1, PeerFailed = 2, PeerGone = 3 };
 
-  using Messages = MessageQueue;
+  using Messages = std::list<std::shared_ptr<LmIpclibMsg>>;
   using LinkTrace = OperationTrace<LmIpclibLink>;
 
   // Ends a link that has begun to stop and has nothing left to do, and then returns true. Closes one that is connected

@@ -30,8 +30,9 @@ bool isUsable(const std::shared_ptr<Owner>& holder) {
 }
 
 // Each goes when it has been told: what its callback keeps is the user's, and is never let go of with a lock held.
-void complete(MessageQueue& messages, LmIpcStatusCode status) {
-  while (!messages.empty()) messages.takeFront()->sendComplete(status);
+template <class Messages>
+void complete(Messages& messages, LmIpcStatusCode status) {
+  for (; !messages.empty(); messages.pop_front()) messages.front()->sendComplete(status);
 }
 
 }  // namespace
@@ -228,7 +229,7 @@ LmIpcStatusCode LmIpclibLinkSharedMemWin::performDeferredSend(Lock& lock) {
 void LmIpclibLinkSharedMemWin::pack(TransactionWriter& transaction, Messages& batch, Messages& completed) {
   while (transaction.hasRoom() && !batch.empty()) {
     const auto block = transaction.append(*batch.front());
-    if (block.last) completed.push_back(batch.takeFront());
+    if (block.last) completed.splice(completed.end(), batch, batch.begin());
     bytesSentOnWire.fetch_add(block.blockSize, std::memory_order_relaxed);
     bytesSent.fetch_add(block.dataSize, std::memory_order_relaxed);
   }
@@ -239,11 +240,10 @@ bool LmIpclibLinkSharedMemWin::putBack(Messages& batch, Messages& failed) {
   const bool isFailing = state() == State::Error || state() == State::ShuttingDown;
   if (batch.empty()) return isFailing || state() == State::Closing;
   if (isFailing || stopReason != StopReason::None) {
-    failed.append(batch);
+    failed.splice(failed.end(), batch);
     return true;
   }
-  batch.append(deferredSends);
-  deferredSends.swap(batch);
+  deferredSends.splice(deferredSends.begin(), batch);
   return false;
 }
 

@@ -78,8 +78,6 @@ class LmIpclibMsg : public std::enable_shared_from_this<LmIpclibMsg> {
   void setStream(std::shared_ptr<LmIpclibStream> stream) noexcept { stream_ = std::move(stream); }
 
  private:
-  friend class MessageQueue;
-
   struct Free {
     void operator()(std::byte* bytes) const noexcept { std::free(bytes); }
   };
@@ -102,7 +100,6 @@ class LmIpclibMsg : public std::enable_shared_from_this<LmIpclibMsg> {
   OnComplete onComplete_;
   const bool ownsData_;
   std::unique_ptr<std::byte, Free> buffer_;  // The payload, if it is our own.
-  std::shared_ptr<LmIpclibMsg> next_;        // In the queue that it stands in, whose it is.
 };
 
 }  // namespace quill::ipc

@@ -30,7 +30,6 @@
 #include "lib/ipc/ipclib/ipclibMsg.h"
 #include "lib/ipc/ipclib/ipclibStatus.h"
 #include "lib/ipc/ipclib/ipclibWire.h"
-#include "lib/ipc/ipclib/messageQueue.h"
 #include "lib/task/timerTask.h"
 #include "lib/task/workTask.h"
 #include "platform/types.h"
@@ -150,7 +149,7 @@ class LmIpclibStream : public std::enable_shared_from_this<LmIpclibStream> {
 
  private:
   using Lock = std::unique_lock<std::mutex>;
-  using Incoming = MessageQueue;
+  using Incoming = std::list<std::shared_ptr<LmIpclibMsg>>;
 
   enum class CloseState : std::uint32_t {
     None = 0,

@@ -140,8 +140,7 @@ void LmIpclibStream::deliver(Incoming& messages) {
     ~Undelivered() {
       if (messages.empty()) return;
       Lock lock(stream.mutex_);
-      messages.append(stream.incoming_);
-      stream.incoming_.swap(messages);
+      stream.incoming_.splice(stream.incoming_.begin(), messages);
     }
     LmIpclibStream& stream;
     Incoming& messages;
@@ -149,7 +148,8 @@ void LmIpclibStream::deliver(Incoming& messages) {
   const Undelivered rest{*this, messages};
 
   while (!messages.empty()) {
-    const auto message = messages.takeFront();
+    const auto message = std::move(messages.front());
+    messages.pop_front();
     // Not before: a message that is never delivered must not keep its stream.
     message->setStream(shared_from_this());
     switch (message->msgType()) {
