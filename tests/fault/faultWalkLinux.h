@@ -16,6 +16,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,7 @@ struct Promise {
   std::map<std::string, Texts> unless;  // By the call that fails once: "NtOpenKey#2" is the second of its name.
   bool amongOthers = false;             // The log has texts of the settings and of the browsers' data as well.
   bool residentIsUp = false;            // Next to the process; so that another one leaves its mutex handle open.
+  std::set<std::string> anywhere = {};  // Texts of another thread: promised ahead of the others, they come at any time.
 };
 
 enum class Mode : std::uint8_t { Once, FromThereOn };

@@ -45,6 +45,8 @@ Texts Behind(const std::string& first, Texts texts) {
 TEST_P(Resident, FromStartToEnd) {
   const FaultMachine machine(u"Client");
   const Texts all = LaunchTexts();
+  const std::string noLocalEvent = "Failed to create local setting update event, err=0x00000008";
+  const std::string noUserEvent = "Failed to create user setting update event, err=0x00000008";
   const std::string noRoot = "IsURLRedirectionEnabled: Failed to open url redirection root key.";
   const Promise promise{
       .log = all,
@@ -58,10 +60,11 @@ TEST_P(Resident, FromStartToEnd) {
            {"CreateWindowExW#1", {"Failed to create helper window, err=0x00000008"}},
            {"CreateEventW#1", {"Failed to create shutdown event, err=0x00000008"}},
            // The settings watcher's two, behind the one for the shutdown.
-           {"CreateEventW#2", Behind("Failed to create local setting update event, err=0x00000008", all)},
-           {"CreateEventW#3", Behind("Failed to create user setting update event, err=0x00000008", all)},
+           {"CreateEventW#2", Behind(noLocalEvent, all)},
+           {"CreateEventW#3", Behind(noUserEvent, all)},
            {"CreateThread#1", Behind("Failed to create helper thread, err=0x00000008", all)}},
-      .amongOthers = true};
+      .amongOthers = true,
+      .anywhere = {noLocalEvent, noUserEvent}};
   Walk(machine, promise, [&](const Fault& fault) {
     Outcome outcome = Live(machine, fault);
     EXPECT_TRUE(MutexIsFree());
