@@ -9,4 +9,6 @@ add_library(jsoncpp STATIC
   ${jsoncpp_source}/src/lib_json/json_value.cpp
   ${jsoncpp_source}/src/lib_json/json_writer.cpp)
 target_include_directories(jsoncpp SYSTEM PUBLIC "${jsoncpp_source}/include")
+# Its <iostream> is ours: see there.
+target_include_directories(jsoncpp BEFORE PRIVATE "${CMAKE_CURRENT_LIST_DIR}/jsoncpp")
 target_compile_options(jsoncpp PRIVATE -w -ffunction-sections -fdata-sections)

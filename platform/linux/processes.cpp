@@ -1,5 +1,6 @@
 #include "platform/linux/processes.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -7,12 +8,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <charconv>
+#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/linux/commandLine.h"
@@ -198,6 +204,21 @@ struct SpawnRules {
   posix_spawnattr_t attributes;
 };
 
+// What the host says of a process's descriptor.
+pid_t NumberOf(const Descriptor& process) noexcept {
+  constexpr std::string_view kField = "\nPid:\t";
+  std::array<char, 512> text{};
+  std::snprintf(text.data(), text.size(), "/proc/self/fdinfo/%d", process.get());
+  const Descriptor file(open(text.data(), O_RDONLY | O_CLOEXEC));
+  const ssize_t length = file ? read(file.get(), text.data(), text.size()) : 0;
+  const std::string_view information(text.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+  const std::size_t field = information.find(kField);
+  pid_t id = 0;
+  if (field == information.npos) return id;
+  std::from_chars(information.data() + field + kField.size(), information.data() + information.size(), id);
+  return std::max(id, 0);
+}
+
 }  // namespace
 
 Descriptor WatchedProcess::Watch(pid_t id) noexcept {
@@ -205,6 +226,13 @@ Descriptor WatchedProcess::Watch(pid_t id) noexcept {
   if (!ended) SetLastError(ErrorFromHost(errno));
   return ended;
 }
+
+bool WatchedProcess::IsOne(const Descriptor& descriptor) noexcept {
+  // No signal, but all that comes ahead of it.
+  return syscall(SYS_pidfd_send_signal, descriptor.get(), 0, nullptr, 0) == 0 || errno == ESRCH || errno == EPERM;
+}
+
+pid_t WatchedProcess::Id() const noexcept { return id != 0 ? id : NumberOf(ended); }
 
 bool StartProcess(std::u16string_view line, PROCESS_INFORMATION* information) {
   AbandonedChildren().Sweep();

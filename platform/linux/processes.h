@@ -16,8 +16,13 @@ namespace platform {
 struct WatchedProcess {
   // Null, with the last error set, when the host cannot watch it.
   [[nodiscard]] static Descriptor Watch(pid_t id) noexcept;
+  // Whether it is the descriptor of a process, running or not.
+  [[nodiscard]] static bool IsOne(const Descriptor& descriptor) noexcept;
 
-  pid_t id = 0;
+  // Its number; 0 when the host has none for it any more.
+  [[nodiscard]] pid_t Id() const noexcept;
+
+  pid_t id = 0;      // 0: asked for when it is needed.
   Descriptor ended;  // A pidfd, readable once the process has ended.
 };
 
@@ -28,7 +33,7 @@ class ProcessObject final : public WaitableObject {
   [[nodiscard]] const char* KindName() const noexcept override { return "Process"; }
   [[nodiscard]] int PollDescriptor() const noexcept override { return process_->ended.get(); }
   [[nodiscard]] bool TryConsume() noexcept override { return IsReadable(PollDescriptor()); }
-  [[nodiscard]] pid_t Id() const noexcept { return process_->id; }
+  [[nodiscard]] pid_t Id() const noexcept { return process_->Id(); }
 
  private:
   const std::shared_ptr<const WatchedProcess> process_;

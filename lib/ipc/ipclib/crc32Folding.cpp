@@ -2,6 +2,7 @@
 // of which only the remainder by the CRC's polynomial counts. So its two halves are multiplied by constants and added
 // to the 16 bytes that are n bits further back: four times 16 bytes at once, then one, until 16 bytes have the same
 // checksum as all that went before.
+#include <cpuid.h>
 #include <immintrin.h>
 
 #include "lib/ipc/ipclib/crc32Methods.h"
@@ -82,6 +83,14 @@ std::uint32_t byFolding(std::uint32_t state, std::span<const std::byte> bytes) n
   return bytes.size() < kLanes * kLane ? bySlices(state, bytes) : FoldAndSlice(state, bytes);
 }
 
-bool foldingWorks() noexcept { return __builtin_cpu_supports("sse2") != 0 && __builtin_cpu_supports("pclmul") != 0; }
+// The processor is asked here, not by the compiler's own table of features: that is filled at the start of each
+// process, with a dozen such questions, and a virtual machine's host answers each of them in its own time.
+bool foldingWorks() noexcept {
+  unsigned a = 0;
+  unsigned b = 0;
+  unsigned c = 0;
+  unsigned d = 0;
+  return __get_cpuid(1, &a, &b, &c, &d) != 0 && (d & bit_SSE2) != 0 && (c & bit_PCLMUL) != 0;
+}
 
 }  // namespace quill::ipc::crc32Methods

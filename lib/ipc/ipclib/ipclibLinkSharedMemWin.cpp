@@ -106,7 +106,7 @@ LmIpcStatusCode LmIpclibLinkSharedMemWin::start(const std::shared_ptr<task::Task
 LmIpcStatusCode LmIpclibLinkSharedMemWin::startWith(const std::shared_ptr<task::TaskExecutor>& executor,
                                                     unsigned& errorCode) {
   try {
-    recvBuffer_.resize(channelSize_);
+    recvBuffer_ = std::make_unique_for_overwrite<std::byte[]>(channelSize_);
   } catch (const std::bad_alloc&) {
     return LmIpcStatusCode::OutOfMemory;
   }
@@ -281,8 +281,8 @@ std::span<std::byte> LmIpclibLinkSharedMemWin::copyTransaction() {
   if (!header) return {};
   Trace(TraceChannel::Link, "linkId: {:#x}, trxSeqNo: {}, trxSize: {:#x}", linkId(), header->trxSeqNo, header->trxSize);
   if (header->trxSize < LmIpclibTrxHeader::kSize || header->trxSize > channelSize_) return {};
-  std::memcpy(recvBuffer_.data(), view.data(), header->trxSize);
-  return std::span(recvBuffer_).first(header->trxSize);
+  std::memcpy(recvBuffer_.get(), view.data(), header->trxSize);
+  return {recvBuffer_.get(), header->trxSize};
 }
 
 LmIpcStatusCode LmIpclibLinkSharedMemWin::recvBlock(const LmIpclibBlock& block, StreamTable& streamTable) {

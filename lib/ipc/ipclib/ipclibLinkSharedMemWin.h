@@ -13,7 +13,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "lib/ipc/ipclib/ipclibLink.h"
 #include "lib/ipc/ipclib/ipclibLinkChannelResourceWin.h"
@@ -98,9 +97,10 @@ class LmIpclibLinkSharedMemWin : public LmIpclibLink {
   std::shared_ptr<LmIpclibLinkChannelSharedMemWin> recvChannel_;
   platform::UniquePipe readPipe_;
   platform::UniquePipe writePipe_;
-  std::uint32_t channelSize_ = 0;      // Bytes of either block.
-  std::vector<std::byte> recvBuffer_;  // Of recv alone, as is recvTrxSeqNo_.
-  std::uint64_t sendTrxSeqNo_ = 0;     // Of whoever has the sending role.
+  std::uint32_t channelSize_ = 0;  // Bytes of either block.
+  // Of recv alone, as is recvTrxSeqNo_. Nobody writes to it beforehand: most launches need the first page of it.
+  std::unique_ptr<std::byte[]> recvBuffer_;
+  std::uint64_t sendTrxSeqNo_ = 0;  // Of whoever has the sending role.
   std::uint64_t recvTrxSeqNo_ = 0;
   std::shared_ptr<task::WaitTask> dataConsumedWait_;
   std::shared_ptr<task::WaitTask> peerErrorWait_;
