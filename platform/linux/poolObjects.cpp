@@ -134,10 +134,10 @@ void CloseObject(PoolObject& object) noexcept {
 }
 
 ObjectPlace PlaceOf(const TP_CALLBACK_ENVIRON* environment) noexcept {
-  if (!StartPoller()) return {};
-  TP_POOL* const pool = environment != nullptr ? environment->Pool : nullptr;
-  TP_CLEANUP_GROUP* const group = environment != nullptr ? environment->CleanupGroup : nullptr;
-  return {.pool = pool != nullptr ? pool : DefaultPool(), .group = group};
+  TP_POOL* const chosen = environment != nullptr ? environment->Pool : nullptr;
+  TP_POOL* const pool = chosen != nullptr ? chosen : DefaultPool();
+  if (pool == nullptr || !StartPoller(*pool)) return {};
+  return {.pool = pool, .group = environment != nullptr ? environment->CleanupGroup : nullptr};
 }
 
 }  // namespace platform

@@ -38,7 +38,7 @@ struct ClockTimers {
 class Poller {
  public:
   // The host's error, or 0.
-  [[nodiscard]] int Start();
+  [[nodiscard]] int Start(TP_POOL& first);
   void Run() noexcept;
 
   void Watch(TP_POOL& pool) noexcept;
@@ -72,10 +72,12 @@ class Poller {
   [[nodiscard]] TP_POOL* NextToLookAt(std::size_t& seen) noexcept;
 
   Descriptor epoll_;
-  Descriptor wakeUp_;  // An eventfd; interrupts a sleep that has no end.
+  Descriptor wakeUp_;         // An eventfd; interrupts a sleep that has no end.
+  TP_POOL* first_ = nullptr;  // The pool that the poller was started for.
   Place place_ = Place::Free;
-  std::uint64_t placeUses_ = 0;  // How often it was left, having served something.
-  std::uint64_t usesSeen_ = 0;   // By the poller.
+  // How often it was left, having served something; and once more, for the place is the first thread's of a pool.
+  std::uint64_t placeUses_ = 1;
+  std::uint64_t usesSeen_ = 0;  // By the poller.
   std::condition_variable dozed_;
   std::list<TP_POOL*> watched_;
 };
@@ -87,7 +89,7 @@ void* RunPoller(void* poller) {
   return nullptr;
 }
 
-int Poller::Start() {
+int Poller::Start(TP_POOL& first) {
   epoll_ = Descriptor(epoll_create1(EPOLL_CLOEXEC));
   wakeUp_ = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   clocks[0].alarm = Descriptor(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
@@ -96,9 +98,15 @@ int Poller::Start() {
   for (const Descriptor* each : {&wakeUp_, &clocks[0].alarm, &clocks[1].alarm}) {
     if (const int error = Add(each->get()); error != 0) return error;
   }
+  first_ = &first;
+  ExpectWorker(first);
   pthread_t thread{};
   const int error = pthread_create(&thread, nullptr, &RunPoller, this);
-  if (error == 0) pthread_detach(thread);
+  if (error != 0) {
+    ForgoWorker(first);
+  } else {
+    pthread_detach(thread);
+  }
   return error;
 }
 
@@ -108,6 +116,7 @@ int Poller::Add(int descriptor) noexcept {
 }
 
 void Poller::Run() noexcept {
+  StartWorker(*first_);
   Clock::time_point nextLook = Clock::now();
   while (true) {
     PoolLock lock = LockPools();
@@ -281,11 +290,11 @@ void Poller::LookAtPools() noexcept {
 
 }  // namespace
 
-bool StartPoller() noexcept try {
+bool StartPoller(TP_POOL& first) noexcept try {
   const PoolLock lock = LockPools();
   if (thePoller != nullptr) return true;
   auto poller = std::make_unique<Poller>();
-  if (const int error = poller->Start(); error != 0) {
+  if (const int error = poller->Start(first); error != 0) {
     SetLastError(ErrorFromHost(error));
     return false;
   }

@@ -27,8 +27,9 @@ using SetTimers = std::multimap<std::int64_t, TP_TIMER*>;
 // follows the machine's clock when somebody sets it.
 enum class TimerClock : std::uint8_t { Steady, System };
 
-// False, with the last error set, when the host has no thread or descriptor for it.
-[[nodiscard]] bool StartPoller() noexcept;
+// At the first time, the poller brings that pool its first thread, which is there when the first callback is due, and
+// waits for it in the place. False, with the last error set, when the host has no thread or descriptor for a poller.
+[[nodiscard]] bool StartPoller(TP_POOL& first) noexcept;
 
 // REQUIRES of all: the lock, and a poller that was started.
 

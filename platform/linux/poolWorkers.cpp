@@ -95,21 +95,10 @@ void WakeWorker(TP_POOL& pool, PoolWorker& worker, PoolLock lock) noexcept {
   worker.Wake(polls);
 }
 
-// A thread that the host refuses now is asked for again by the poller.
-void StartWorker(TP_POOL& pool, PoolLock lock) noexcept {
-  pool.arriving = true;
-  ++pool.workers;
+void BringNewWorker(TP_POOL& pool, PoolLock lock) noexcept {
+  ExpectWorker(pool);
   lock.unlock();
-  pthread_t thread{};
-  if (pthread_create(&thread, nullptr, &RunWorker, &pool) == 0) {
-    pthread_detach(thread);
-    return;
-  }
-  lock.lock();
-  pool.arriving = false;
-  --pool.workers;
-  Watch(pool);
-  pool.EndIfUnused();
+  StartWorker(pool);
 }
 
 // One more callback stands in the queue. A thread that arrives brings the next one by itself if it finds more than it
@@ -119,13 +108,35 @@ void BringWorker(TP_POOL& pool, PoolLock lock) noexcept {
   if (PoolWorker* const worker = TakeIdle(pool)) {
     WakeWorker(pool, *worker, std::move(lock));
   } else if (pool.workers < Concurrency(pool)) {
-    StartWorker(pool, std::move(lock));
+    BringNewWorker(pool, std::move(lock));
   } else {
     Watch(pool);
   }
 }
 
 }  // namespace
+
+void ExpectWorker(TP_POOL& pool) noexcept {
+  pool.arriving = true;
+  ++pool.workers;
+}
+
+void ForgoWorker(TP_POOL& pool) noexcept {
+  pool.arriving = false;
+  --pool.workers;
+}
+
+void StartWorker(TP_POOL& pool) noexcept {
+  pthread_t thread{};
+  if (pthread_create(&thread, nullptr, &RunWorker, &pool) == 0) {
+    pthread_detach(thread);
+    return;
+  }
+  const PoolLock lock = LockPools();
+  ForgoWorker(pool);
+  Watch(pool);
+  pool.EndIfUnused();
+}
 
 void PoolWorker::Run() {
   currentWorker = this;
@@ -252,7 +263,7 @@ void BringOneMore(TP_POOL& pool, bool mayStart, PoolLock lock) noexcept {
   if (PoolWorker* const worker = TakeIdle(pool)) {
     WakeWorker(pool, *worker, std::move(lock));
   } else if (mayStart || pool.workers < Concurrency(pool)) {
-    StartWorker(pool, std::move(lock));
+    BringNewWorker(pool, std::move(lock));
   }
 }
 

@@ -52,6 +52,13 @@ void Submit(PoolObject& object) noexcept;
 // The calling thread may block: what it has kept for itself goes to another. To be called without the lock.
 void BeforeBlocking() noexcept;
 
+// A thread of the pool is about to be started, or is not after all. The pool lives on until it has come.
+// REQUIRES: the lock.
+void ExpectWorker(TP_POOL& pool) noexcept;
+void ForgoWorker(TP_POOL& pool) noexcept;
+// Without the lock, once it is expected. One that the host refuses now is asked for again by the poller.
+void StartWorker(TP_POOL& pool) noexcept;
+
 // For the poller, when the pool's queue has not moved for a while: whether the pool has a thread more to bring, and
 // bringing it; a new one, beyond as many as there are processors, only if `mayStart`.
 [[nodiscard]] bool CanBringMore(const TP_POOL& pool) noexcept;
