@@ -73,6 +73,7 @@ class OpenLink final : public LmIpclibLinkSharedMemWin {
     const Lock lock(m_lock);
     return streams.size();
   }
+  [[nodiscard]] std::uint64_t BytesSent() const { return bytesSent; }
   [[nodiscard]] std::size_t Unsent() const {
     const Lock lock(m_lock);
     return deferredSends.size();

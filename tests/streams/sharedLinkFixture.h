@@ -53,6 +53,16 @@ class SharedLink : public testing::Test {
                [this](Status status, const std::shared_ptr<LmIpclibMsg>&) { completed.push_back(status); })
         .status();
   }
+  // Connects, and closes the link while the peer has not taken the first of two messages yet.
+  void CloseWithOneUnsent() {
+    Connect();
+    ASSERT_EQ(Send(stream, "one"), Status::Success);
+    pool::RunAll();
+    ASSERT_EQ(Send(stream, "two"), Status::Success);
+    link->close();
+    pool::RunAll();
+    ASSERT_EQ(link->state(), LinkState::Closing);
+  }
   [[nodiscard]] RawBlock For(const std::shared_ptr<LmIpclibStream>& to, std::string data,
                              std::uint64_t source = kPeerId) const {
     RawBlock block;

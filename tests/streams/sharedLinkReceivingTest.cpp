@@ -104,13 +104,7 @@ TEST_F(SharedLink, EndsTheTransactionWithAProtocolErrorAndTellsNoStream) {
 }
 
 TEST_F(SharedLink, StillReadsWhileItCloses) {
-  Connect();
-  ASSERT_EQ(Send(stream, "one"), Status::Success);
-  pool::RunAll();
-  ASSERT_EQ(Send(stream, "two"), Status::Success);
-  link->close();
-  pool::RunAll();
-  ASSERT_EQ(link->state(), LinkState::Closing) << "the peer has not taken the first yet";
+  CloseWithOneUnsent();
   ASSERT_TRUE(TakeSignal(peer->toLink.dataConsumed));
   for (const std::uint32_t trxSeqNo : {1u, 2u}) {
     peer->Put(Of({For(stream, "nobody is left to hear this")}), trxSeqNo);

@@ -1,4 +1,5 @@
 // In which order a link writes what it is given, and when it says so.
+#include <thread>
 #include <vector>
 
 #include "tests/streams/sharedLinkFixture.h"
@@ -49,6 +50,42 @@ TEST_F(SharedLink, CompletesSendsInTheirOrderOnceThePeerCanReadThem) {
   EXPECT_THAT(order, IsEmpty());
   pool::RunAll();
   EXPECT_THAT(order, ElementsAre("one", "two", "three"));
+}
+
+// Sends "last" while the link, on another thread, writes a transaction of `count` messages. What that one holds.
+std::vector<std::string> SentWhileFilling(SharedLink& test, std::size_t count) {
+  test.peer = std::make_unique<RawPeer>(1 << 20);
+  test.link = test.peer->Connect(test.executor);
+  test.stream = test.NewStream();
+  for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(test.Send(test.stream, "x"), Status::Success);
+  std::thread filling([&] { test.peer->Consume(); });
+  while (test.link->BytesSent() == 0) std::this_thread::yield();
+  EXPECT_EQ(test.Send(test.stream, "last"), Status::Success);
+  filling.join();
+  return DataOf(test.peer->Take());
+}
+
+// When it comes is up to the machine: late once, it is the first of the next transaction. Never in time would be a
+// fault.
+TEST_F(SharedLink, TakesWhatIsSentWhileItFillsATransactionIntoTheSameOne) {
+  constexpr std::size_t kCount = 5000;
+  constexpr int kAttempts = 100;
+  bool joined = false;
+  for (int i = 0; i < kAttempts && !joined; ++i) {
+    std::vector<std::string> data = SentWhileFilling(*this, kCount);
+    joined = data.size() == kCount + 1;
+    if (!joined) {
+      peer->Consume();
+      EXPECT_THAT(data, testing::Each("x"));
+      data = DataOf(peer->Take());
+      EXPECT_EQ(data.size(), 1u);
+    }
+    ASSERT_EQ(data.back(), "last");
+    EXPECT_THAT(std::vector(data.begin(), data.end() - 1), testing::Each("x"));
+    link->shutdown();
+    pool::RunAll();
+  }
+  EXPECT_TRUE(joined);
 }
 
 TEST_F(SharedLink, CompletesSendsThatItGivesUpInTheirOrder) {

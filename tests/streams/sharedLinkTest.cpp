@@ -342,15 +342,9 @@ TEST_F(SharedLink, ClosesItsStreamsWhenItIsClosed) {
 }
 
 TEST_F(SharedLink, SendsWhatIsQueuedBeforeItCloses) {
-  Connect();
-  ASSERT_EQ(Send(stream, "one"), Status::Success);
-  pool::RunAll();
-  EXPECT_EQ(peer->Take().blocks.size(), 1u);
-  ASSERT_EQ(Send(stream, "two"), Status::Success);
-  link->close();
-  pool::RunAll();
+  CloseWithOneUnsent();
   EXPECT_EQ(link->Streams(), 0u);
-  EXPECT_EQ(link->state(), LinkState::Closing);
+  EXPECT_EQ(peer->Take().blocks.size(), 1u);
   peer->Consume();
   EXPECT_EQ(peer->Take().blocks.at(0).data, "two");
   EXPECT_EQ(link->state(), LinkState::Closed);
@@ -372,13 +366,7 @@ TEST_F(SharedLink, WhosePeerStopsGivesUpWhatIsUnsentAndDoesNotAnswer) {
 }
 
 TEST_F(SharedLink, ThatClosesWhileItsPeerStopsGivesUpWhatIsUnsent) {
-  Connect();
-  ASSERT_EQ(Send(stream, "one"), Status::Success);
-  pool::RunAll();
-  ASSERT_EQ(Send(stream, "two"), Status::Success);
-  link->close();
-  pool::RunAll();
-  EXPECT_EQ(link->state(), LinkState::Closing);
+  CloseWithOneUnsent();
   platform::SetEvent(peer->fromLink.stop.get());
   pool::RunAll();
   EXPECT_EQ(link->state(), LinkState::Closed);
@@ -400,13 +388,7 @@ TEST_F(SharedLink, WhosePeerFailsShutsItsStreamsDownAndDoesNotAnswer) {
 }
 
 TEST_F(SharedLink, ThatFailsWhileItClosesGivesUpWhatIsUnsent) {
-  Connect();
-  ASSERT_EQ(Send(stream, "one"), Status::Success);
-  pool::RunAll();
-  ASSERT_EQ(Send(stream, "two"), Status::Success);
-  link->close();
-  pool::RunAll();
-  EXPECT_EQ(link->state(), LinkState::Closing) << "the peer has not taken the first yet";
+  CloseWithOneUnsent();
   link->shutdown();
   pool::RunAll();
   EXPECT_EQ(link->state(), LinkState::Closed);

@@ -18,6 +18,14 @@ class SharedLinkTraces : public SharedLink {
   }
   ~SharedLinkTraces() override { ipcTrace->removeAllSinks(); }
 
+  // A link that only needs to be started.
+  void AttachOnly() {
+    peer = std::make_unique<RawPeer>();
+    link = std::make_shared<OpenLink>();
+    ASSERT_EQ(link->connecting(), Status::Success);
+    ASSERT_EQ(Attach(*link, peer->toLink, peer->fromLink, peer->size), Status::Success);
+    Forget();
+  }
   void Forget() const {
     static_cast<void>(onLink->Take());
     static_cast<void>(onMsg->Take());
@@ -57,11 +65,7 @@ TEST_F(SharedLinkTraces, OfAnAttach) {
 }
 
 TEST_F(SharedLinkTraces, OfAStart) {
-  peer = std::make_unique<RawPeer>();
-  link = std::make_shared<OpenLink>();
-  ASSERT_EQ(link->connecting(), Status::Success);
-  ASSERT_EQ(Attach(*link, peer->toLink, peer->fromLink, peer->size), Status::Success);
-  Forget();
+  AttachOnly();
   unsigned errorCode = 0;
   ASSERT_EQ(link->start(executor, errorCode), Status::Success);
   const std::string id = fmt::format("{:#x}", link->linkId());
@@ -73,11 +77,7 @@ TEST_F(SharedLinkTraces, OfAStart) {
 }
 
 TEST_F(SharedLinkTraces, OfAStartThatFails) {
-  peer = std::make_unique<RawPeer>();
-  link = std::make_shared<OpenLink>();
-  ASSERT_EQ(link->connecting(), Status::Success);
-  ASSERT_EQ(Attach(*link, peer->toLink, peer->fromLink, peer->size), Status::Success);
-  Forget();
+  AttachOnly();
   unsigned errorCode = 0;
   ASSERT_EQ(link->start(nullptr, errorCode), Status::Unexpected);
   EXPECT_THAT(Told(*onLink, "start"),
