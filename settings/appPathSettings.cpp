@@ -11,18 +11,18 @@ using debugLog::TraceViaHelper;
 using platform::DWORD;
 using platform::UniqueNativeKey;
 
-constexpr const char* kOperation = "CheckAppPathSettings";
+constexpr const char* kAppPathOperation = "CheckAppPathSettings";
 
 // The legacy root counts only where the current one exists and holds no `Enabled` value.
 bool IsEnabledByLegacyRoot() {
   UniqueNativeKey key;
   bool fromCurrentUser = false;
   if (OpenLegacyRootKey(key.put(), &fromCurrentUser) != platform::STATUS_SUCCESS) {
-    TraceViaHelper(u"%S: Failed to open legacy Url Redirection root key.\n", kOperation);
+    TraceViaHelper(u"%S: Failed to open legacy Url Redirection root key.\n", kAppPathOperation);
     return false;
   }
   if (QueryEnabledState(fromCurrentUser, key.get(), LegacyRootPath) != EnabledState::Enabled) return false;
-  TraceViaHelper(u"%S: Legacy Url Redirection is enabled.\n", kOperation);
+  TraceViaHelper(u"%S: Legacy Url Redirection is enabled.\n", kAppPathOperation);
   return true;
 }
 
@@ -30,7 +30,7 @@ bool IsEnabledForAppPaths() {
   UniqueNativeKey key;
   bool fromCurrentUser = false;
   if (OpenRootKey(key.put(), &fromCurrentUser) != platform::STATUS_SUCCESS) {
-    TraceViaHelper(u"%S: Failed to open Url Redirection root key.\n", kOperation);
+    TraceViaHelper(u"%S: Failed to open Url Redirection root key.\n", kAppPathOperation);
     return false;
   }
   switch (QueryEnabledState(fromCurrentUser, key.get(), RootPath)) {
@@ -39,7 +39,7 @@ bool IsEnabledForAppPaths() {
     case EnabledState::Enabled: break;
   }
   key.reset();  // No key is held while the helper may be asked to write.
-  TraceViaHelper(u"%S: Url Redirection is enabled.\n", kOperation);
+  TraceViaHelper(u"%S: Url Redirection is enabled.\n", kAppPathOperation);
   return true;
 }
 
@@ -49,7 +49,7 @@ bool CheckAppPathSettings(std::u16string& allowlist, std::u16string& brokerHostn
                           UrlOrigin& origin) {
   origin = GetUrlRedirectionOrigin();
   if (origin == UrlOrigin::Unknown) {
-    TraceViaHelper(u"%S: Url Redirection origin is unknown.\n", kOperation);
+    TraceViaHelper(u"%S: Url Redirection origin is unknown.\n", kAppPathOperation);
     return false;
   }
   if (!IsEnabledForAppPaths()) return false;

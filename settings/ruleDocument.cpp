@@ -18,7 +18,7 @@ namespace {
 using debugLog::TraceViaHelper;
 using platform::NativeKeyHandle;
 
-constexpr const char* kOperation = "GetUrlRedirectionRules";
+constexpr const char* kRulesOperation = "GetUrlRedirectionRules";
 constexpr const char* kVersion = "8.18.0";
 
 // The name of a member, which lives as long as the program: the document takes no copy of it.
@@ -43,25 +43,25 @@ std::optional<Root> MoveOnToLegacyRoot(Root& current) {
   LeaveOpen(current);
   Root legacy;
   if (OpenLegacyRootKey(legacy.key.put(), &legacy.fromCurrentUser) != platform::STATUS_SUCCESS) {
-    TraceViaHelper(u"%S: Failed to open legacy Url Redirection root key.\n", kOperation);
+    TraceViaHelper(u"%S: Failed to open legacy Url Redirection root key.\n", kRulesOperation);
     return std::nullopt;
   }
   if (QueryEnabledState(legacy.fromCurrentUser, legacy.key.get(), LegacyRootPath) == EnabledState::Unreadable) {
     return LeaveOpen(legacy);
   }
-  TraceViaHelper(u"%S: Legacy Url Redirection is configured.\n", kOperation);
+  TraceViaHelper(u"%S: Legacy Url Redirection is configured.\n", kRulesOperation);
   return legacy;
 }
 
 std::optional<Root> OpenConfiguredRoot() {
   Root root;
   if (OpenRootKey(root.key.put(), &root.fromCurrentUser) != platform::STATUS_SUCCESS) {
-    TraceViaHelper(u"%S: Failed to open Url Redirection root key.\n", kOperation);
+    TraceViaHelper(u"%S: Failed to open Url Redirection root key.\n", kRulesOperation);
     return std::nullopt;
   }
   const EnabledState state = QueryEnabledState(root.fromCurrentUser, root.key.get(), RootPath);
   if (state == EnabledState::Unreadable) return MoveOnToLegacyRoot(root);
-  TraceViaHelper(u"%S: Url Redirection is configured.\n", kOperation);
+  TraceViaHelper(u"%S: Url Redirection is configured.\n", kRulesOperation);
   root.enabled = state == EnabledState::Enabled;
   return root;
 }
@@ -104,7 +104,7 @@ Json::Value DescribeProtocols(const Root& root, UrlOrigin origin) {
 std::string GetUrlRedirectionRules(BrowserType browser) {
   const UrlOrigin origin = GetUrlRedirectionOrigin();
   if (origin == UrlOrigin::Unknown) {
-    TraceViaHelper(u"%S: Url Redirection origin is unknown.\n", kOperation);
+    TraceViaHelper(u"%S: Url Redirection origin is unknown.\n", kRulesOperation);
     return {};
   }
   const std::optional<Root> root = OpenConfiguredRoot();

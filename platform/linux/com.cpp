@@ -1,12 +1,10 @@
 #include "platform/com.h"
 
 #include "platform/linux/faults.h"
+#include "platform/linux/results.h"
 
 namespace platform {
 namespace {
-
-constexpr HRESULT E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000E);
-constexpr HRESULT E_INVALIDARG = static_cast<HRESULT>(0x80070057);
 
 thread_local unsigned entered = 0;
 

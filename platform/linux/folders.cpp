@@ -4,21 +4,16 @@
 #include <string>
 #include <vector>
 
+#include "platform/com.h"
 #include "platform/error.h"
 #include "platform/files.h"
 #include "platform/linux/ansi.h"
 #include "platform/linux/environment.h"
 #include "platform/linux/faults.h"
+#include "platform/linux/results.h"
 
 namespace platform {
 namespace {
-
-constexpr HRESULT S_OK = 0;
-constexpr HRESULT E_FAIL = static_cast<HRESULT>(0x80004005);
-constexpr HRESULT E_INVALIDARG = static_cast<HRESULT>(0x80070057);
-constexpr HRESULT E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000E);
-constexpr HRESULT FILE_NOT_FOUND = static_cast<HRESULT>(0x80070002);
-constexpr HRESULT INSUFFICIENT_BUFFER = static_cast<HRESULT>(0x8007007A);
 
 bool IsSeparator(char unit) { return unit == '\\' || unit == '/'; }
 
@@ -85,7 +80,7 @@ HRESULT SHGetKnownFolderPath(const KNOWNFOLDERID& folder, DWORD flags, std::null
   } else if (folder == FOLDERID_ProgramFiles) {
     text = u"C:\\Program Files";
   } else {
-    return FILE_NOT_FOUND;
+    return E_FILE_NOT_FOUND;
   }
   auto* const memory = static_cast<char16_t*>(std::malloc((text.size() + 1) * sizeof(char16_t)));
   if (memory == nullptr) return E_OUTOFMEMORY;
@@ -99,13 +94,13 @@ HRESULT SHGetKnownFolderPath(const KNOWNFOLDERID& folder, DWORD flags, std::null
 void CoTaskMemFree(void* memory) noexcept { std::free(memory); }
 
 HRESULT PathCchAppend(char16_t* path, std::size_t size, const char16_t* more) noexcept try {
-  if (FaultInjected("PathCchAppend")) return INSUFFICIENT_BUFFER;
+  if (FaultInjected("PathCchAppend")) return E_INSUFFICIENT_BUFFER;
   std::u16string result(path);
   std::u16string_view appended(more);
   if (appended.starts_with(u'\\')) appended.remove_prefix(1);
   if (!result.empty() && !result.ends_with(u'\\')) result += u'\\';
   result += appended;
-  if (result.size() >= size) return INSUFFICIENT_BUFFER;
+  if (result.size() >= size) return E_INSUFFICIENT_BUFFER;
   path[result.copy(path, result.size())] = u'\0';
   return S_OK;
 } catch (const std::bad_alloc&) {

@@ -74,8 +74,8 @@ bool Enter(rpcPacket::Objects& objects, std::array<std::uintptr_t, rpcPacket::kH
     if (!objects[place]) continue;
     values[place] = handleTable::Add(std::move(objects[place]));
     if (values[place] != 0) continue;
-    for (const std::uintptr_t entered : values) {
-      if (entered != 0) handleTable::Close(entered);
+    for (const std::uintptr_t added : values) {
+      if (added != 0) handleTable::Close(added);
     }
     return false;
   }

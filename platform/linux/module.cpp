@@ -13,6 +13,7 @@
 #include "platform/linux/machine.h"
 #include "platform/linux/nativeRegistry.h"
 #include "platform/linux/registryName.h"
+#include "platform/linux/results.h"
 #include "platform/linux/threadObjects.h"
 
 namespace platform {
@@ -22,9 +23,6 @@ namespace {
 constexpr HMODULE kNativeModule{0x10000};
 constexpr HMODULE kKernelModule{0x20000};
 constexpr HMODULE kProgramModule{0x400000};
-
-constexpr HRESULT E_HANDLE = static_cast<HRESULT>(0x80070006);
-constexpr HRESULT E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000E);
 
 HRESULT SetThreadDescription(ThreadHandle handle, const char16_t* description) noexcept try {
   if (FaultInjected("SetThreadDescription")) return E_OUTOFMEMORY;

@@ -13,7 +13,7 @@ namespace {
 constexpr std::int64_t kLatest = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t kUnitsFrom1601To1970 = 116'444'736'000'000'000;
 
-struct Deadline {
+struct DueTime {
   TimerClock clock;
   std::int64_t nanoseconds;
 };
@@ -24,7 +24,7 @@ std::int64_t AddCapped(std::int64_t left, std::int64_t right) {
 }
 std::int64_t NanosecondsIn(std::int64_t units) { return units > kLatest / 100 ? kLatest : units * 100; }
 
-Deadline DeadlineOf(const FILETIME& due) {
+DueTime DueTimeOf(const FILETIME& due) {
   const auto bits = static_cast<std::uint64_t>(due.dwHighDateTime) << 32 | due.dwLowDateTime;
   const auto units = static_cast<std::int64_t>(bits);
   if (units > 0) {
@@ -48,9 +48,9 @@ struct TP_TIMER final : PoolObject {
   void Disarm() noexcept override {
     if (set) entry = UnsetTimer(clock, *std::exchange(set, std::nullopt));
   }
-  void Set(Deadline deadline) noexcept {
-    clock = deadline.clock;
-    entry.key() = deadline.nanoseconds;
+  void Set(DueTime due) noexcept {
+    clock = due.clock;
+    entry.key() = due.nanoseconds;
     set = SetTimer(clock, std::move(entry));
   }
 
@@ -85,7 +85,7 @@ void SetThreadpoolTimer(PTP_TIMER timer, const FILETIME* dueTime, DWORD period, 
   const PoolLock lock = LockPools();
   timer->Disarm();
   timer->period = period;
-  if (dueTime != nullptr) timer->Set(DeadlineOf(*dueTime));
+  if (dueTime != nullptr) timer->Set(DueTimeOf(*dueTime));
 }
 
 void WaitForThreadpoolTimerCallbacks(PTP_TIMER timer, bool cancelPending) noexcept {

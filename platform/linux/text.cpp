@@ -112,7 +112,7 @@ void Copy(std::u16string_view text, char* bytes) {
   for (; at < text.size(); ++at) bytes[at] = static_cast<char>(text[at]);
 }
 
-int Fail(DWORD error) {
+int NothingConverted(DWORD error) {
   SetLastError(error);
   return 0;
 }
@@ -127,11 +127,11 @@ std::basic_string_view<Char> Input(const Char* text, int length) {
 // Copies a result to the caller's buffer as far as it fits; tells its size when there is no buffer.
 template <class Text, class Char>
 int Deliver(const Text& result, Char* buffer, int size) {
-  if (result.size() > INT_MAX) return Fail(ERROR_INVALID_PARAMETER);
+  if (result.size() > INT_MAX) return NothingConverted(ERROR_INVALID_PARAMETER);
   if (size != 0) {
     const auto room = static_cast<std::size_t>(size);
     Copy(std::basic_string_view<typename Text::value_type>(result).substr(0, room), buffer);
-    if (result.size() > room) return Fail(ERROR_INSUFFICIENT_BUFFER);
+    if (result.size() > room) return NothingConverted(ERROR_INSUFFICIENT_BUFFER);
   }
   return static_cast<int>(result.size());
 }
@@ -143,7 +143,7 @@ int MultiByteToWideChar(CodePage codePage, DWORD flags, const char* text, int le
   if (FaultInjected("MultiByteToWideChar")) return 0;
   if (codePage != CP_UTF8 || flags != 0 || text == nullptr || length == 0 || wideSize < 0 ||
       (wide == nullptr && wideSize != 0)) {
-    return Fail(ERROR_INVALID_PARAMETER);
+    return NothingConverted(ERROR_INVALID_PARAMETER);
   }
   std::string_view input = Input(text, length);
   std::u16string result;
@@ -151,14 +151,14 @@ int MultiByteToWideChar(CodePage codePage, DWORD flags, const char* text, int le
   while (!input.empty()) PutUtf16(result, TakeUtf8(input));
   return Deliver(result, wide, wideSize);
 } catch (const std::bad_alloc&) {
-  return Fail(ERROR_NOT_ENOUGH_MEMORY);
+  return NothingConverted(ERROR_NOT_ENOUGH_MEMORY);
 }
 
 int WideCharToMultiByte(CodePage codePage, DWORD flags, const char16_t* wide, int wideLength, char* text, int size,
                         std::nullptr_t, std::nullptr_t) noexcept try {
   if (FaultInjected("WideCharToMultiByte")) return 0;
   if (flags != 0 || wide == nullptr || wideLength == 0 || size < 0 || (text == nullptr && size != 0)) {
-    return Fail(ERROR_INVALID_PARAMETER);
+    return NothingConverted(ERROR_INVALID_PARAMETER);
   }
   std::u16string_view input = Input(wide, wideLength);
   if (codePage == CP_THREAD_ACP) return Deliver(ansi::FromWide(input), text, size);
@@ -168,7 +168,7 @@ int WideCharToMultiByte(CodePage codePage, DWORD flags, const char16_t* wide, in
   while (!input.empty()) PutUtf8(result, TakeUtf16(input));
   return Deliver(result, text, size);
 } catch (const std::bad_alloc&) {
-  return Fail(ERROR_NOT_ENOUGH_MEMORY);
+  return NothingConverted(ERROR_NOT_ENOUGH_MEMORY);
 }
 
 char16_t* wcstok_s(char16_t* text, const char16_t* delimiters, char16_t** context) noexcept {
