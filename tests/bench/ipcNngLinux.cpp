@@ -9,7 +9,7 @@
 namespace bench {
 namespace {
 
-void Must(int error) {
+void MustNng(int error) {
   if (error != 0) Fail(std::string("nng: ") + nng_strerror(error));
 }
 
@@ -19,27 +19,27 @@ class NngLine final : public BlockingLine {
   // The other side may not listen yet: it is tried again.
   void Open() override {
     MakeSocket();
-    Must(nng_dial(socket_, address_.c_str(), nullptr, NNG_FLAG_NONBLOCK));
+    MustNng(nng_dial(socket_, address_.c_str(), nullptr, NNG_FLAG_NONBLOCK));
   }
 
  private:
   void OpenFar() override {
     MakeSocket();
-    Must(nng_listen(socket_, address_.c_str(), nullptr, 0));
+    MustNng(nng_listen(socket_, address_.c_str(), nullptr, 0));
   }
   void Send(std::span<const std::byte> message) override {
-    Must(nng_send(socket_, const_cast<std::byte*>(message.data()), message.size(), 0));
+    MustNng(nng_send(socket_, const_cast<std::byte*>(message.data()), message.size(), 0));
   }
   std::byte Receive() override {
     nng_msg* message = nullptr;
-    Must(nng_recvmsg(socket_, &message, 0));
+    MustNng(nng_recvmsg(socket_, &message, 0));
     const std::byte first = *static_cast<const std::byte*>(nng_msg_body(message));
     nng_msg_free(message);
     return first;
   }
   void MakeSocket() {
-    Must(nng_pair0_open(&socket_));
-    Must(nng_socket_set_size(socket_, NNG_OPT_RECVMAXSZ, 2 * kLarge));
+    MustNng(nng_pair0_open(&socket_));
+    MustNng(nng_socket_set_size(socket_, NNG_OPT_RECVMAXSZ, 2 * kLarge));
   }
 
   const std::string address_ = std::string("ipc://") + std::getenv("XDG_RUNTIME_DIR") + "/nng";

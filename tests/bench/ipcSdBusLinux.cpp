@@ -11,7 +11,7 @@
 namespace bench {
 namespace {
 
-int Must(int result) {
+int MustSdBus(int result) {
   if (result < 0) Fail(std::string("sd-bus: ") + std::strerror(-result));
   return result;
 }
@@ -25,39 +25,39 @@ class SdBusLine final : public BlockingLine {
   ~SdBusLine() override { sd_bus_close_unref(bus_); }
   void Open() override {
     Take(ends_[0], ends_[1]);
-    Must(sd_bus_start(bus_));
+    MustSdBus(sd_bus_start(bus_));
   }
 
  private:
   void OpenFar() override {
     Take(ends_[1], ends_[0]);
-    Must(sd_bus_set_server(bus_, 1, sd_id128_t{}));
-    Must(sd_bus_start(bus_));
+    MustSdBus(sd_bus_set_server(bus_, 1, sd_id128_t{}));
+    MustSdBus(sd_bus_start(bus_));
   }
   void Send(std::span<const std::byte> message) override {
     sd_bus_message* signal = nullptr;
-    Must(sd_bus_message_new_signal(bus_, &signal, "/bench", "bench.Line", "Message"));
-    Must(sd_bus_message_append_array(signal, 'y', message.data(), message.size()));
-    Must(sd_bus_send(bus_, signal, nullptr));
+    MustSdBus(sd_bus_message_new_signal(bus_, &signal, "/bench", "bench.Line", "Message"));
+    MustSdBus(sd_bus_message_append_array(signal, 'y', message.data(), message.size()));
+    MustSdBus(sd_bus_send(bus_, signal, nullptr));
     sd_bus_message_unref(signal);
-    Must(sd_bus_flush(bus_));
+    MustSdBus(sd_bus_flush(bus_));
   }
   std::byte Receive() override {
     sd_bus_message* signal = nullptr;
     while (signal == nullptr) {
-      if (Must(sd_bus_process(bus_, &signal)) == 0) Must(sd_bus_wait(bus_, UINT64_MAX));
+      if (MustSdBus(sd_bus_process(bus_, &signal)) == 0) MustSdBus(sd_bus_wait(bus_, UINT64_MAX));
     }
     const void* data = nullptr;
     std::size_t size = 0;
-    Must(sd_bus_message_read_array(signal, 'y', &data, &size));
+    MustSdBus(sd_bus_message_read_array(signal, 'y', &data, &size));
     const std::byte first = *static_cast<const std::byte*>(data);
     sd_bus_message_unref(signal);
     return first;
   }
   void Take(int own, int other) {
     close(other);
-    Must(sd_bus_new(&bus_));
-    Must(sd_bus_set_fd(bus_, own, own));
+    MustSdBus(sd_bus_new(&bus_));
+    MustSdBus(sd_bus_set_fd(bus_, own, own));
   }
 
   std::array<int, 2> ends_{};

@@ -8,7 +8,7 @@
 namespace bench {
 namespace {
 
-void Must(bool done) {
+void MustZeroMq(bool done) {
   if (!done) Fail(std::string("ZeroMQ: ") + zmq_strerror(zmq_errno()));
 }
 
@@ -21,21 +21,21 @@ class ZeroMqLine final : public BlockingLine {
   }
   void Open() override {
     MakeSocket();
-    Must(zmq_connect(socket_, address_.c_str()) == 0);
+    MustZeroMq(zmq_connect(socket_, address_.c_str()) == 0);
   }
 
  private:
   void OpenFar() override {
     MakeSocket();
-    Must(zmq_bind(socket_, address_.c_str()) == 0);
+    MustZeroMq(zmq_bind(socket_, address_.c_str()) == 0);
   }
   void Send(std::span<const std::byte> message) override {
-    Must(zmq_send(socket_, message.data(), message.size(), 0) == static_cast<int>(message.size()));
+    MustZeroMq(zmq_send(socket_, message.data(), message.size(), 0) == static_cast<int>(message.size()));
   }
   std::byte Receive() override {
     zmq_msg_t message;
     zmq_msg_init(&message);
-    Must(zmq_msg_recv(&message, socket_, 0) > 0);
+    MustZeroMq(zmq_msg_recv(&message, socket_, 0) > 0);
     const std::byte first = *static_cast<const std::byte*>(zmq_msg_data(&message));
     zmq_msg_close(&message);
     return first;
@@ -44,7 +44,7 @@ class ZeroMqLine final : public BlockingLine {
   void MakeSocket() {
     context_ = zmq_ctx_new();
     socket_ = zmq_socket(context_, ZMQ_PAIR);
-    Must(socket_ != nullptr);
+    MustZeroMq(socket_ != nullptr);
   }
 
   const std::string address_ = std::string("ipc://") + std::getenv("XDG_RUNTIME_DIR") + "/zeromq";

@@ -15,6 +15,7 @@
 #include "lib/ipc/ipclib/linkConnector.h"
 #include "tests/connector/rpcStandIn.h"
 #include "tests/ipc/channelSupport.h"
+#include "tests/ipc/endpoint.h"
 
 namespace connector {
 
@@ -22,7 +23,7 @@ using namespace quill::ipc;
 using platform::RPC_STATUS;
 using Status = LmIpcStatusCode;
 
-inline constexpr platform::GUID kEndpoint{0x875AC244, 0xB80A, 0x420E, {0x90, 0xA2, 0x9C, 0x69, 0xDF, 0xD8, 0xE7, 0x28}};
+using ipcTests::kEndpoint;
 inline constexpr std::uint32_t kPlain = 0x09;
 inline constexpr std::uint32_t kByHandles = 0x89;
 inline constexpr std::uint32_t kAuthenticated = 0x109;

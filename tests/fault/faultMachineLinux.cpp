@@ -30,7 +30,6 @@ void PutBack(const files::path& file, const files::path& kept) {
 }
 
 constexpr const char16_t* kProduct = u"Software\\Corvane\\Lumenar";
-constexpr const char16_t* kRoot = u"Software\\Corvane\\Lumenar\\URLRedirection";
 constexpr const char16_t* kScheme = u"Software\\Corvane\\Lumenar\\URLRedirection\\walked";
 constexpr const char16_t* kPolicy = u"Software\\Policies\\Corvane\\Lumenar\\URLRedirection\\apppath";
 
@@ -109,6 +108,12 @@ std::vector<std::string> FaultMachine::LogTexts() const {
 }
 
 files::path FaultMachine::ReportPath(const std::string& name) const { return kept_ / name; }
+
+bool UserHas(const char16_t* path) {
+  platform::UniqueKey key;
+  platform::RegOpenKeyExW(platform::HKEY_CURRENT_USER, path, 0, platform::KEY_READ, key.put());
+  return bool(key);
+}
 
 bool MutexIsFree() {
   const platform::UniqueMutex mutex(platform::CreateMutexW(nullptr, false, u"Corvane Lumenar URL Helper Mutex"));

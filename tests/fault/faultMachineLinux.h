@@ -10,6 +10,9 @@
 
 namespace fault {
 
+// The root of the redirection settings, in either hive.
+inline constexpr const char16_t* kRoot = u"Software\\Corvane\\Lumenar\\URLRedirection";
+
 // Whose redirection settings there are.
 enum class SettingsOf : std::uint8_t { Machine, MachineAndUser };
 
@@ -35,6 +38,8 @@ class FaultMachine {
   std::vector<std::filesystem::path> browsers_;  // The folders that take a data file.
 };
 
+// Whether the user's hive has that key.
+[[nodiscard]] bool UserHas(const char16_t* path);
 // Whether no process holds the mutex of the resident helper.
 [[nodiscard]] bool MutexIsFree();
 // Asks the window for its end, as the settings watcher does. False when there is none.

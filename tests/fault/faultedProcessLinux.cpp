@@ -20,8 +20,6 @@ namespace {
 
 using platform::Descriptor;
 
-constexpr int kBoundMilliseconds = 60'000;
-
 std::string Program() { return support::Beside("helper-with-faults"); }
 
 std::string Setting(const Fault& fault) { return std::to_string(fault.at) + (fault.fromThereOn ? "+" : ""); }

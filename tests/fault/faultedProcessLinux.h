@@ -10,6 +10,9 @@
 
 namespace fault {
 
+// What a process does not do in that time, it does not do at all.
+inline constexpr int kBoundMilliseconds = 60'000;
+
 // Which calls fail. `at` counts from 1; 0 lets all of them pass.
 struct Fault {
   unsigned at = 0;

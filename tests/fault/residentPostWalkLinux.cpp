@@ -17,7 +17,6 @@ namespace {
 
 constexpr unsigned kParts = 16;
 constexpr const char* kPart = "LUMENAR_WALK_PART";
-constexpr platform::DWORD kBoundMilliseconds = 60'000;
 
 // Waits until the helper has done it, or has ended.
 void HandToHelper(std::u16string url) {

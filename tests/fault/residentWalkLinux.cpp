@@ -24,12 +24,6 @@ class Resident : public FaultWalk {
   }
 };
 
-bool UserHas(const char16_t* path) {
-  platform::UniqueKey key;
-  platform::RegOpenKeyExW(platform::HKEY_CURRENT_USER, path, 0, platform::KEY_READ, key.put());
-  return bool(key);
-}
-
 // A start that fails at its window does not undo what it has registered.
 void ExpectRegistrationsOfAFailedStart(const Outcome& outcome) {
   if (outcome.ending.FirstFailedCall() != "CreateWindowExW") return;

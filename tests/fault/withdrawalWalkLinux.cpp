@@ -12,7 +12,6 @@ namespace {
 using platform::HKEY;
 using platform::UniqueKey;
 
-constexpr const char16_t* kRoot = u"Software\\Corvane\\Lumenar\\URLRedirection";
 constexpr const char16_t* kHandler = u"Software\\Classes\\walked\\shell\\open\\command";
 constexpr const char16_t* kLaunchScheme = u"Software\\Classes\\tavrix-prism-url-launch\\shell\\open\\command";
 
@@ -25,8 +24,6 @@ UniqueKey Opened(HKEY hive, const char16_t* path, platform::REGSAM access) {
   platform::RegOpenKeyExW(hive, path, 0, access, key.put());
   return key;
 }
-
-bool UserHas(const char16_t* path) { return bool(Opened(platform::HKEY_CURRENT_USER, path, platform::KEY_READ)); }
 
 void RemoveOrigin() {
   const UniqueKey root = Opened(platform::HKEY_LOCAL_MACHINE, kRoot, platform::KEY_WRITE);

@@ -24,15 +24,16 @@
 #include "lib/ipc/ipclib/ipclibTrace.h"
 #include "lib/ipc/ipclib/lineSink.h"
 #include "tests/ipc/failingMalloc.h"
+#include "tests/ipc/rawTransaction.h"
 #include "tests/support/process.h"
 
 namespace {
 
 using namespace quill::ipc;
+using ipcTests::kDestination;
+using ipcTests::kSource;
 using testing::ElementsAre;
 
-constexpr std::uint64_t kSource = 0x5300ABCD00000007;
-constexpr std::uint64_t kDestination = 0x5311223300000002;
 const LmIpclibMsg::OnComplete kIgnore = [](LmIpcStatusCode, const std::shared_ptr<LmIpclibMsg>&) {};
 
 const std::byte* Bytes(std::string_view text) { return reinterpret_cast<const std::byte*>(text.data()); }

@@ -166,7 +166,7 @@ TEST_F(IpcTrace, HasANulBehindItsText) {
   EXPECT_TRUE(sink->ended);
 }
 
-class Throws : public quill::log::Sink {
+class ThrowingSink : public quill::log::Sink {
  public:
   void Write(std::int32_t, const quill::log::Location&, std::string_view) override {
     ++calls;
@@ -176,7 +176,7 @@ class Throws : public quill::log::Sink {
 };
 
 TEST_F(IpcTrace, DoesNotFailItsCallerWhenASinkThrows) {
-  const auto sink = std::make_shared<Throws>();
+  const auto sink = std::make_shared<ThrowingSink>();
   ipcTrace->attach(sink);
   Trace(TraceChannel::Lib, "x");
   EXPECT_EQ(sink->calls, 1);

@@ -13,6 +13,7 @@
 #include "platform/pipes.h"
 #include "platform/rpc.h"
 #include "tests/ipc/channelSupport.h"
+#include "tests/ipc/endpoint.h"
 #include "tests/support/machine.h"
 #include "tests/support/meeting.h"
 #include "tests/support/process.h"
@@ -21,9 +22,9 @@
 namespace {
 
 using namespace quill::ipc;
+using ipcTests::kEndpoint;
 using Status = LmIpcStatusCode;
 
-constexpr platform::GUID kEndpoint{7, 7, 7, {7}};
 constexpr std::uint32_t kByHandles = 0x89;
 
 struct Client {

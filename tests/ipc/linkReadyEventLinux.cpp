@@ -4,15 +4,15 @@
 #include "lib/ipc/ipclib/linkReadyEvent.h"
 #include "platform/error.h"
 #include "platform/linux/testHooks.h"
+#include "tests/ipc/endpoint.h"
 #include "tests/support/machine.h"
 #include "tests/support/process.h"
 
 namespace {
 
 using namespace quill::ipc;
+using ipcTests::kEndpoint;
 namespace faults = platform::test;
-
-constexpr platform::GUID kEndpoint{1, 2, 3, {4}};
 
 int ExitCode(LmIpcStatusCode status) { return static_cast<int>(status); }
 

@@ -11,15 +11,16 @@
 #include "lib/ipc/ipclib/lineSink.h"
 #include "platform/error.h"
 #include "tests/ipc/channelSupport.h"
+#include "tests/ipc/endpoint.h"
 #include "tests/support/machine.h"
 
 namespace {
 
 using namespace quill::ipc;
+using ipcTests::kEndpoint;
 using ipcTests::NewEvent;
 using testing::ElementsAre;
 
-constexpr platform::GUID kEndpoint{0x875AC244, 0xB80A, 0x420E, {0x90, 0xA2, 0x9C, 0x69, 0xDF, 0xD8, 0xE7, 0x28}};
 constexpr char16_t kName[] = u"Global\\ipclibLinkReady({875AC244-B80A-420E-90A2-9C69DFD8E728})";
 constexpr std::uint32_t kLong = 600'000;
 

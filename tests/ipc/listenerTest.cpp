@@ -16,16 +16,16 @@
 #include "lib/ipc/ipclib/ipclibStream.h"
 #include "lib/ipc/ipclib/ipclibTrace.h"
 #include "lib/ipc/ipclib/lineSink.h"
+#include "tests/ipc/endpoint.h"
 
 namespace {
 
 using namespace quill::ipc;
+using ipcTests::kEndpoint;
 using State = LmIpclibListener::State;
 using Status = LmIpcStatusCode;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr platform::GUID kEndpoint{0x875AC244, 0xB80A, 0x420E, {0x90, 0xA2, 0x9C, 0x69, 0xDF, 0xD8, 0xE7, 0x28}};
 
 // A way of being reached that writes down its close.
 class Way final : public LmIpclibLinkListener {

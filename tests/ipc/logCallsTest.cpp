@@ -121,7 +121,7 @@ TEST(GatedLine, GoesOutUpToTheLevel) {
   EXPECT_THAT(received->lines, ElementsAre("A F(): 0", "E F(): 1", "W F(): 2"));
 }
 
-class Throws : public runtime::LogReceiver {
+class ThrowingReceiver : public runtime::LogReceiver {
  public:
   void Receive(const runtime::LogCall&) override {
     ++calls;
@@ -131,7 +131,7 @@ class Throws : public runtime::LogReceiver {
 };
 
 TEST(LogReceiver, ThatThrowsDoesNotFailTheCaller) {
-  const Received<Throws> received;
+  const Received<ThrowingReceiver> received;
   Log("F()", 1, "x");
   EXPECT_EQ(received->calls, 1);
 }

@@ -13,12 +13,16 @@
 
 namespace ipcTests {
 
+// The streams of a message in these tests.
+inline constexpr std::uint64_t kSource = 0x5300ABCD00000007;
+inline constexpr std::uint64_t kDestination = 0x5311223300000002;
+
 struct RawBlock {
   std::uint32_t type = 6;
   std::uint32_t flags = 3;
   std::string data = "hello";
-  std::uint64_t source = 0x5300ABCD00000007;
-  std::uint64_t destination = 0x5311223300000002;
+  std::uint64_t source = kSource;
+  std::uint64_t destination = kDestination;
   std::uint32_t status = 0;
   // What the fields say, when it is not the truth.
   std::uint32_t dataSizeOff = 0;

@@ -18,15 +18,14 @@ namespace {
 
 using namespace quill::ipc;
 using ipcTests::FromHex;
+using ipcTests::kDestination;
 using ipcTests::kHelloHex;
+using ipcTests::kSource;
 using ipcTests::RawBlock;
 using ipcTests::RawTransaction;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Step = TransactionReader::Step;
-
-constexpr std::uint64_t kSource = 0x5300ABCD00000007;
-constexpr std::uint64_t kDestination = 0x5311223300000002;
 
 std::shared_ptr<LmIpclibMsg> Message(std::string_view payload, LmIpclibMsgType type = LmIpclibMsgType::Msg,
                                      std::uint32_t flags = 0) {

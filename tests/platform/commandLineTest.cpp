@@ -13,9 +13,9 @@
 namespace {
 
 using namespace platform;
-using Texts = std::vector<std::u16string>;
+using Arguments = std::vector<std::u16string>;
 
-Texts Split(const std::u16string& line) {
+Arguments Split(const std::u16string& line) {
   int count = -1;
   const UniqueLocal<char16_t*> list(CommandLineToArgvW(line.c_str(), &count));
   if (!list) return {u"(null)"};
@@ -25,7 +25,7 @@ Texts Split(const std::u16string& line) {
 
 struct Spelling {
   std::u16string line;
-  Texts arguments;
+  Arguments arguments;
 };
 
 TEST(CommandLine, SplitsByTheSystemsRules) {
@@ -75,7 +75,7 @@ TEST(CommandLine, SplitsByTheSystemsRules) {
 TEST(CommandLine, SplitsEveryShortTextTheSameOnBothTargets) {
   constexpr char16_t kUnits[] = {u'a', u' ', u'\\', u'"'};
   std::uint64_t digest = 14695981039346656037u;
-  const auto add = [&](const Texts& texts) {
+  const auto add = [&](const Arguments& texts) {
     for (const std::u16string& text : texts) {
       for (const char16_t unit : text + u'|') digest = (digest ^ unit) * 1099511628211u;
     }
@@ -94,13 +94,13 @@ TEST(CommandLine, SplitsEveryShortTextTheSameOnBothTargets) {
 
 TEST(CommandLine, OfTheGreatestLengthIsSplit) {
   const std::u16string argument(32'764, u'x');
-  EXPECT_EQ(Split(u"p " + argument), (Texts{u"p", argument}));
+  EXPECT_EQ(Split(u"p " + argument), (Arguments{u"p", argument}));
   const std::u16string quotes = u"p " + std::u16string(32'764, u'"');
-  EXPECT_EQ(Split(quotes), (Texts{u"p", std::u16string(32'764 / 3, u'"')}));
+  EXPECT_EQ(Split(quotes), (Arguments{u"p", std::u16string(32'764 / 3, u'"')}));
 }
 
 TEST(CommandLine, ThatIsEmptyGivesTheProgramsOwnPath) {
-  const Texts arguments = Split(u"");
+  const Arguments arguments = Split(u"");
   ASSERT_EQ(arguments.size(), 1u);
   EXPECT_NE(arguments[0].find(u"platform_tests"), std::u16string::npos);
 }
@@ -116,7 +116,8 @@ CHILD_BODY(TellsItsCommandLine) {
 }
 
 TEST(CommandLine, HoldsTheArgumentsThatTheProcessWasStartedWith) {
-  const Texts expected = {u"--child=TellsItsCommandLine", u"", u"a b", u"a\"b\\", u"\\\\", u"\u00E4\u20AC\U0001F600"};
+  const Arguments expected = {u"--child=TellsItsCommandLine", u"", u"a b", u"a\"b\\", u"\\\\",
+                              u"\u00E4\u20AC\U0001F600"};
   std::vector<std::string> arguments;
   for (std::size_t i = 1; i < expected.size(); ++i) arguments.push_back(support::Narrow(expected[i]));
   support::Process child = support::StartChild("TellsItsCommandLine", arguments);

@@ -4,22 +4,19 @@
 #include "platform/handles.h"
 #include "platform/linux/testHooks.h"
 #include "platform/raii.h"
+#include "tests/platform/handleSupport.h"
 #include "tests/platform/programOnDrive.h"
 #include "tests/support/machine.h"
 
 namespace {
 
 using namespace platform;
-
-UniqueEvent NewEvent() { return UniqueEvent(CreateEventW(nullptr, false, false, nullptr)); }
-
-bool CloseIn(ProcessHandle process, KernelHandle handle) {
-  return DuplicateHandle(process, handle, nullptr, nullptr, 0, false, DUPLICATE_CLOSE_SOURCE);
-}
+using handles::CloseIn;
+using handles::NewEvent;
 
 // As on Windows; Wine 8 closes the handle too, but reports a failure.
 TEST(CloseInProcessOnLinux, OfThisProcessSucceeds) {
-  UniqueEvent event = NewEvent();
+  UniqueEvent event = NewEvent(false);
   SetLastError(ERROR_MORE_DATA);
   EXPECT_TRUE(CloseIn(GetCurrentProcess(), event.release()));
   EXPECT_EQ(GetLastError(), ERROR_MORE_DATA);
@@ -27,35 +24,26 @@ TEST(CloseInProcessOnLinux, OfThisProcessSucceeds) {
 
 class AnotherProcess : public testing::Test {
  protected:
-  AnotherProcess() {
-    std::u16string line = programs::Put(machine_, u"child.exe") + u" --child=EndsAtOnce";
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION information{};
-    EXPECT_TRUE(
-        CreateProcessW(nullptr, line.data(), nullptr, nullptr, false, 0, nullptr, nullptr, &startup, &information));
-    process_.reset(information.hProcess);
-    thread_.reset(information.hThread);
-  }
-  ~AnotherProcess() override { WaitForSingleObject(process_.get(), INFINITE); }
+  AnotherProcess() { EXPECT_TRUE(child_); }
+  ~AnotherProcess() override { WaitForSingleObject(Get(), INFINITE); }
 
-  [[nodiscard]] ProcessHandle Get() const { return process_.get(); }
+  [[nodiscard]] ProcessHandle Get() const { return child_.process.get(); }
 
  private:
   const support::Machine machine_;
-  UniqueProcess process_;
-  UniqueThread thread_;
+  const programs::Started child_ =
+      programs::Start(programs::Put(machine_, u"child.exe") + std::u16string(programs::kEndsAtOnce));
 };
 
 TEST_F(AnotherProcess, HasHandlesThatNobodyElseCloses) {
-  const UniqueEvent event = NewEvent();
+  const UniqueEvent event = NewEvent(false);
   EXPECT_FALSE(CloseIn(Get(), event.get()));
   EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
   EXPECT_TRUE(SetEvent(event.get()));
 }
 
 TEST_F(AnotherProcess, NeitherGivesNorTakesDuplicates) {
-  const UniqueEvent event = NewEvent();
+  const UniqueEvent event = NewEvent(false);
   EventHandle target(4);
   EXPECT_FALSE(DuplicateHandle(Get(), event.get(), GetCurrentProcess(), &target, 0, false, DUPLICATE_SAME_ACCESS));
   EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
@@ -68,7 +56,7 @@ TEST_F(AnotherProcess, NeitherGivesNorTakesDuplicates) {
 TEST(DuplicateOnLinux, IsAHandleOfTheSameKind) {
   const auto before = test::LiveHandles();
   {
-    const UniqueEvent event = NewEvent();
+    const UniqueEvent event = NewEvent(false);
     UniqueEvent duplicate;
     ASSERT_TRUE(DuplicateHandle(GetCurrentProcess(), event.get(), GetCurrentProcess(), duplicate.put(), 0, false,
                                 DUPLICATE_SAME_ACCESS));
@@ -78,7 +66,7 @@ TEST(DuplicateOnLinux, IsAHandleOfTheSameKind) {
 }
 
 TEST(DuplicateOnLinux, FailsOnDemandInEitherForm) {
-  const UniqueEvent event = NewEvent();
+  const UniqueEvent event = NewEvent(false);
   test::ArmFaults(1, true, ERROR_NOT_ENOUGH_MEMORY);
   EventHandle target(4);
   EXPECT_FALSE(

@@ -6,29 +6,23 @@
 #include "platform/pipes.h"
 #include "platform/raii.h"
 #include "platform/sections.h"
+#include "tests/platform/handleSupport.h"
 #include "tests/platform/programOnDrive.h"
 #include "tests/support/machine.h"
-#include "tests/support/process.h"
 
 namespace {
 
 using namespace platform;
-
-CHILD_BODY(EndsAtOnce) { return 0; }
-
-UniqueEvent NewEvent() { return UniqueEvent(CreateEventW(nullptr, false, false, nullptr)); }
+using handles::CloseIn;
+using handles::NewEvent;
 
 template <class Kind>
 bool Duplicate(HandleOf<Kind> source, HandleOf<Kind>* target) {
   return DuplicateHandle(GetCurrentProcess(), source, GetCurrentProcess(), target, 0, false, DUPLICATE_SAME_ACCESS);
 }
 
-bool CloseIn(ProcessHandle process, KernelHandle handle) {
-  return DuplicateHandle(process, handle, nullptr, nullptr, 0, false, DUPLICATE_CLOSE_SOURCE);
-}
-
 TEST(Duplicate, OfAnEventIsSetAndConsumedTogetherWithIt) {
-  const UniqueEvent event = NewEvent();
+  const UniqueEvent event = NewEvent(false);
   UniqueEvent duplicate;
   ASSERT_TRUE(Duplicate(event.get(), duplicate.put()));
   EXPECT_NE(duplicate.get(), event.get());
@@ -38,7 +32,7 @@ TEST(Duplicate, OfAnEventIsSetAndConsumedTogetherWithIt) {
 }
 
 TEST(Duplicate, IsClosedForItself) {
-  UniqueEvent event = NewEvent();
+  UniqueEvent event = NewEvent(false);
   UniqueEvent first;
   UniqueEvent second;
   ASSERT_TRUE(Duplicate(event.get(), first.put()));
@@ -73,17 +67,12 @@ TEST(Duplicate, OfAThreadIsSignalledWhenThatEnds) {
 
 TEST(Duplicate, OfAChildIsSignalledWhenThatEnds) {
   const support::Machine machine;
-  std::u16string line = programs::Put(machine, u"child.exe") + u" --child=EndsAtOnce";
-  STARTUPINFOW startup{};
-  startup.cb = sizeof startup;
-  PROCESS_INFORMATION information{};
-  ASSERT_TRUE(
-      CreateProcessW(nullptr, line.data(), nullptr, nullptr, false, 0, nullptr, nullptr, &startup, &information));
-  UniqueProcess process(information.hProcess);
-  const UniqueThread thread(information.hThread);
+  programs::Started child =
+      programs::Start(programs::Put(machine, u"child.exe") + std::u16string(programs::kEndsAtOnce));
+  ASSERT_TRUE(child);
   UniqueProcess duplicate;
-  ASSERT_TRUE(Duplicate(process.get(), duplicate.put()));
-  process.reset();
+  ASSERT_TRUE(Duplicate(child.process.get(), duplicate.put()));
+  child.process.reset();
   EXPECT_EQ(WaitForSingleObject(duplicate.get(), INFINITE), WAIT_OBJECT_0);
 }
 
@@ -92,7 +81,7 @@ TEST(Duplicate, OfThisProcessIsARealHandleToIt) {
   ASSERT_TRUE(Duplicate(GetCurrentProcess(), process.put()));
   EXPECT_NE(process.get(), GetCurrentProcess());
   EXPECT_EQ(WaitForSingleObject(process.get(), 0), WAIT_TIMEOUT);
-  const UniqueEvent event = NewEvent();
+  const UniqueEvent event = NewEvent(false);
   UniqueEvent duplicate;
   EXPECT_TRUE(
       DuplicateHandle(process.get(), event.get(), process.get(), duplicate.put(), 0, false, DUPLICATE_SAME_ACCESS));
@@ -117,7 +106,7 @@ TEST(Duplicate, OfAWriteEndKeepsThePipeWhole) {
 }
 
 TEST(Duplicate, OfNoOpenHandleIsNull) {
-  UniqueEvent event = NewEvent();
+  UniqueEvent event = NewEvent(false);
   const EventHandle closed = event.get();
   event.reset();
   for (const EventHandle source : {closed, EventHandle()}) {
@@ -130,7 +119,7 @@ TEST(Duplicate, OfNoOpenHandleIsNull) {
 }
 
 TEST(Duplicate, BetweenWhatAreNoProcessesIsNull) {
-  const UniqueEvent event = NewEvent();
+  const UniqueEvent event = NewEvent(false);
   for (const ProcessHandle noProcess : {ProcessHandle(), ProcessHandle(event.get().value())}) {
     EventHandle target(4);
     SetLastError(ERROR_SUCCESS);
@@ -153,7 +142,7 @@ TEST(CloseInProcess, ClosesAHandleOfThisOne) {
   UniqueProcess real;
   ASSERT_TRUE(Duplicate(GetCurrentProcess(), real.put()));
   for (const ProcessHandle process : {GetCurrentProcess(), real.get()}) {
-    const UniqueEvent event = NewEvent();
+    const UniqueEvent event = NewEvent(false);
     EventHandle duplicate;
     ASSERT_TRUE(Duplicate(event.get(), &duplicate));
     CloseIn(process, duplicate);
@@ -164,7 +153,7 @@ TEST(CloseInProcess, ClosesAHandleOfThisOne) {
 }
 
 TEST(CloseInProcess, OfAHandleThatIsNotOpenFails) {
-  UniqueEvent event = NewEvent();
+  UniqueEvent event = NewEvent(false);
   const EventHandle closed = event.get();
   event.reset();
   for (const EventHandle handle : {closed, EventHandle()}) {
@@ -175,7 +164,7 @@ TEST(CloseInProcess, OfAHandleThatIsNotOpenFails) {
 }
 
 TEST(CloseInProcess, OfWhatIsNoProcessFails) {
-  const UniqueEvent event = NewEvent();
+  const UniqueEvent event = NewEvent(false);
   for (const ProcessHandle noProcess : {ProcessHandle(), ProcessHandle(event.get().value())}) {
     SetLastError(ERROR_SUCCESS);
     EXPECT_FALSE(CloseIn(noProcess, event.get()));

@@ -8,16 +8,13 @@
 
 #include "platform/error.h"
 #include "platform/raii.h"
+#include "tests/platform/handleSupport.h"
 
 namespace {
 
 using namespace platform;
-
-UniqueEvent NewEvent(bool manualReset, bool initialState) {
-  return UniqueEvent(CreateEventW(nullptr, manualReset, initialState, nullptr));
-}
-
-DWORD Poll(const UniqueEvent& event) { return WaitForSingleObject(event.get(), 0); }
+using handles::NewEvent;
+using handles::Poll;
 
 TEST(Event, BeginsInTheStateThatWasAskedFor) {
   EXPECT_EQ(Poll(NewEvent(true, true)), WAIT_OBJECT_0);

@@ -17,17 +17,18 @@
 #include "platform/linux/testHooks.h"
 #include "platform/module.h"
 #include "platform/raii.h"
+#include "tests/platform/registrySupport.h"
 #include "tests/support/machine.h"
 #include "tests/support/process.h"
 
 namespace {
 
 using namespace platform;
+using registryTests::kBase;
 using support::Hive;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr const char16_t* kBase = u"Software\\LumenarTest";
 constexpr std::string_view kHead =
     "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\Software\\LumenarTest]\n";
 

@@ -9,7 +9,6 @@
 
 #include <array>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <thread>
 #include <utility>
@@ -22,19 +21,14 @@
 #include "platform/linux/rpcPacket.h"
 #include "platform/linux/testHooks.h"
 #include "tests/platform/linkCallSupport.h"
+#include "tests/support/descriptorsLinux.h"
 #include "tests/support/machine.h"
 
 namespace {
 
 using namespace platform;
 using namespace linkCalls;
-using rpcPacket::Kind;
-
-std::size_t OpenDescriptors() {
-  std::size_t count = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
-  return count;
-}
+using support::OpenDescriptors;
 
 Descriptor SectionOf(off_t size, int seals) {
   Descriptor memory(memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING));
@@ -58,7 +52,9 @@ struct Reply {
     for (std::size_t place = 0; place < rpcPacket::kHandles; ++place) {
       const bool section = place == 0 || place == 5;
       const bool process = place == rpcPacket::kHandles - 1;
-      head.kinds[place] = section ? Kind::Section : process ? Kind::Process : Kind::AutoResetEvent;
+      head.kinds[place] = section   ? rpcPacket::Kind::Section
+                          : process ? rpcPacket::Kind::Process
+                                    : rpcPacket::Kind::AutoResetEvent;
       descriptors.push_back(section ? GoodSection() : process ? GoodProcess() : GoodEvent());
     }
   }
@@ -93,7 +89,7 @@ class HostileService : public testing::Test {
     std::array<char16_t, 40> text{};
     EXPECT_NE(StringFromGUID2(endpoint, text.data(), text.size()), 0);
     const localSocket::Place place = rpcEndpoint::PlaceOf(text.data());
-    const std::size_t before = OpenDescriptors();
+    const std::ptrdiff_t before = OpenDescriptors();
     const auto handles = test::LiveHandles();
     RPC_STATUS status = RPC_S_OK;
     {
@@ -176,12 +172,13 @@ TEST_F(HostileService, MaySendNoOtherCountOfDescriptors) {
 }
 
 TEST_F(HostileService, MaySendNoOtherKindThanBelongsThere) {
-  for (const auto& [place, kind] : std::vector<std::pair<std::size_t, Kind>>{{0, Kind::AutoResetEvent},
-                                                                             {1, Kind::Section},
-                                                                             {5, Kind::Process},
-                                                                             {10, Kind::ManualResetEvent},
-                                                                             {10, Kind::Pipe},
-                                                                             {3, static_cast<Kind>(77)}}) {
+  for (const auto& [place, kind] :
+       std::vector<std::pair<std::size_t, rpcPacket::Kind>>{{0, rpcPacket::Kind::AutoResetEvent},
+                                                            {1, rpcPacket::Kind::Section},
+                                                            {5, rpcPacket::Kind::Process},
+                                                            {10, rpcPacket::Kind::ManualResetEvent},
+                                                            {10, rpcPacket::Kind::Pipe},
+                                                            {3, static_cast<rpcPacket::Kind>(77)}}) {
     Reply reply;
     reply.head.kinds[place] = kind;
     EXPECT_EQ(CallFor(reply), RPC_S_PROTOCOL_ERROR) << place;

@@ -10,11 +10,13 @@
 #include "platform/linkCall.h"
 #include "platform/raii.h"
 #include "platform/sections.h"
+#include "tests/platform/handleSupport.h"
 #include "tests/support/rpcService.h"
 
 namespace linkCalls {
 
 using namespace platform;
+using handles::NewEvent;
 
 // One that nobody has used: the runtime of Windows takes no endpoint back as long as its process lives.
 inline GUID NewEndpoint() {
@@ -76,10 +78,6 @@ inline void CloseAll(LinkReply& reply) {
     }
   }
   reply = {};
-}
-
-inline UniqueEvent NewEvent(bool manualReset) {
-  return UniqueEvent(CreateEventW(nullptr, manualReset, false, nullptr));
 }
 
 // What a service makes for one channel. One of its events stays signalled: so it can be seen that each keeps its kind.

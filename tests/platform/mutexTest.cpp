@@ -15,10 +15,10 @@ namespace {
 
 using namespace platform;
 
-constexpr const char16_t* kName = u"Lumenar Test: a mutex, \u00e4/\u20ac %41";
+constexpr const char16_t* kMutexName = u"Lumenar Test: a mutex, \u00e4/\u20ac %41";
 
 // "new", "exists", or the error; the handle in `mutex`.
-std::string Create(UniqueMutex& mutex, const char16_t* name = kName, bool initialOwner = true) {
+std::string Create(UniqueMutex& mutex, const char16_t* name = kMutexName, bool initialOwner = true) {
   SetLastError(ERROR_MORE_DATA);
   const MutexHandle handle = CreateMutexW(nullptr, initialOwner, name);
   const DWORD error = GetLastError();
@@ -200,8 +200,8 @@ TEST(Mutex, HasNoOwnerWhenNoneWasAskedForOrItExisted) {
   const support::Machine machine;
   UniqueMutex first;
   UniqueMutex second;
-  ASSERT_EQ(Create(first, kName, false), "new");
-  ASSERT_EQ(Create(second, kName, true), "exists");
+  ASSERT_EQ(Create(first, kMutexName, false), "new");
+  ASSERT_EQ(Create(second, kMutexName, true), "exists");
   EXPECT_FALSE(ReleaseMutex(second.get()));
   EXPECT_EQ(GetLastError(), ERROR_NOT_OWNER);
 }

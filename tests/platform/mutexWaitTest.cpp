@@ -16,7 +16,7 @@ namespace {
 
 using namespace platform;
 
-constexpr const char* kName = "Lumenar Test: a mutex to wait for, \xE4";
+constexpr const char* kNameToWaitFor = "Lumenar Test: a mutex to wait for, \xE4";
 
 // What holds for a mutex without a name, and for one that processes share.
 class MutexWait : public testing::TestWithParam<const char*> {
@@ -27,7 +27,7 @@ class MutexWait : public testing::TestWithParam<const char*> {
   const support::Machine machine;
 };
 
-INSTANTIATE_TEST_SUITE_P(, MutexWait, testing::Values(nullptr, kName),
+INSTANTIATE_TEST_SUITE_P(, MutexWait, testing::Values(nullptr, kNameToWaitFor),
                          [](const auto& test) { return test.param == nullptr ? "Unnamed" : "Named"; });
 
 DWORD WaitOnAnotherThread(MutexHandle mutex, DWORD milliseconds) {
@@ -154,7 +154,7 @@ TEST_P(MutexWait, OfOneThatWasClosedByAnotherThreadWhileOwnedHarmsNobody) {
 
 TEST(NamedMutex, OfTheAnsiNameIsThatOfTheWideName) {
   const support::Machine machine;
-  const UniqueMutex narrow(CreateMutexA(nullptr, false, kName));
+  const UniqueMutex narrow(CreateMutexA(nullptr, false, kNameToWaitFor));
   EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
   const UniqueMutex wide(CreateMutexW(nullptr, false, u"Lumenar Test: a mutex to wait for, \u00E4"));
   EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
@@ -168,7 +168,7 @@ TEST(NamedMutex, WithAnEmptyNameHasNone) {
 }
 
 CHILD_BODY(OwnsTheMutexUntilTold) {
-  const UniqueMutex mutex(CreateMutexA(nullptr, false, kName));
+  const UniqueMutex mutex(CreateMutexA(nullptr, false, kNameToWaitFor));
   support::Say(std::to_string(WaitForSingleObject(mutex.get(), INFINITE)));
   static_cast<void>(support::Hear());
   ReleaseMutex(mutex.get());
@@ -181,7 +181,7 @@ TEST(NamedMutex, KeepsOtherProcessesOut) {
   const support::Machine machine;
   support::Process child = support::StartChild("OwnsTheMutexUntilTold");
   ASSERT_EQ(child.Hear(), "0");
-  const UniqueMutex mutex(CreateMutexA(nullptr, true, kName));
+  const UniqueMutex mutex(CreateMutexA(nullptr, true, kNameToWaitFor));
   EXPECT_FALSE(ReleaseMutex(mutex.get()));  // It existed, so that nobody was made its owner.
   EXPECT_EQ(WaitForSingleObject(mutex.get(), 0), WAIT_TIMEOUT);
   EXPECT_EQ(WaitForSingleObject(mutex.get(), 20), WAIT_TIMEOUT);
@@ -196,7 +196,7 @@ TEST(NamedMutex, OfAProcessThatWasKilledIsAbandoned) {
   const support::Machine machine;
   support::Process child = support::StartChild("OwnsTheMutexUntilTold");
   ASSERT_EQ(child.Hear(), "0");
-  const UniqueMutex mutex(CreateMutexA(nullptr, false, kName));
+  const UniqueMutex mutex(CreateMutexA(nullptr, false, kNameToWaitFor));
   child.Kill();
   EXPECT_EQ(WaitForSingleObject(mutex.get(), INFINITE), WAIT_ABANDONED);
   EXPECT_TRUE(ReleaseMutex(mutex.get()));

@@ -5,20 +5,20 @@
 #include "platform/error.h"
 #include "platform/handles.h"
 #include "platform/raii.h"
+#include "tests/platform/handleSupport.h"
 #include "tests/support/machine.h"
 #include "tests/support/process.h"
 
 namespace {
 
 using namespace platform;
+using handles::Poll;
 
-constexpr const char* kName = "Local\\Lumenar Test: an event. \xE4";
+constexpr const char* kEventName = "Local\\Lumenar Test: an event. \xE4";
 
 UniqueEvent Open(bool manualReset, bool initialState) {
-  return UniqueEvent(CreateEventA(nullptr, manualReset, initialState, kName));
+  return UniqueEvent(CreateEventA(nullptr, manualReset, initialState, kEventName));
 }
-
-DWORD Poll(const UniqueEvent& event) { return WaitForSingleObject(event.get(), 0); }
 
 TEST(NamedEvent, WithoutANameIsAlwaysNew) {
   const UniqueEvent none(CreateEventA(nullptr, true, true, nullptr));
@@ -99,7 +99,7 @@ TEST(NamedEvent, MayBeSetAnyNumberOfTimes) {
 
 TEST(NamedEvent, SharesItsNameWithNoMutex) {
   const support::Machine machine;
-  const UniqueMutex mutex(CreateMutexA(nullptr, false, kName));
+  const UniqueMutex mutex(CreateMutexA(nullptr, false, kEventName));
   EXPECT_FALSE(Open(true, false));
   EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
@@ -107,7 +107,7 @@ TEST(NamedEvent, SharesItsNameWithNoMutex) {
 TEST(NamedMutex, SharesItsNameWithNoEvent) {
   const support::Machine machine;
   const UniqueEvent event = Open(true, false);
-  EXPECT_FALSE(CreateMutexA(nullptr, false, kName));
+  EXPECT_FALSE(CreateMutexA(nullptr, false, kEventName));
   EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
 

@@ -9,14 +9,15 @@
 #include "platform/module.h"
 #include "platform/raii.h"
 #include "platform/registry.h"
+#include "tests/platform/registrySupport.h"
 #include "tests/support/machine.h"
 
 namespace {
 
 using namespace platform;
+using registryTests::kBase;
 using support::Hive;
 
-constexpr const char16_t* kBase = u"Software\\LumenarTest";
 constexpr DWORD kHeader = sizeof(KEY_VALUE_PARTIAL_INFORMATION_HEADER);
 
 template <class Function>

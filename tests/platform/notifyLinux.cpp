@@ -2,16 +2,16 @@
 #include <gtest/gtest.h>
 
 #include "platform/raii.h"
+#include "tests/platform/registrySupport.h"
 #include "tests/support/machine.h"
 #include "tests/support/process.h"
 
 namespace {
 
 using namespace platform;
+using registryTests::kBound;
+using registryTests::kFilter;
 using support::Hive;
-
-constexpr DWORD kFilter = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAST_SET;
-constexpr DWORD kBound = 120000;
 
 struct Watched {
   explicit Watched(const char16_t* path) {

@@ -5,17 +5,18 @@
 
 #include "platform/error.h"
 #include "platform/raii.h"
+#include "tests/platform/registrySupport.h"
 #include "tests/support/machine.h"
 #include "tests/support/process.h"
 
 namespace {
 
 using namespace platform;
+using registryTests::kBound;
+using registryTests::kFilter;
 using support::Hive;
 
 const std::u16string kKey = u"Software\\LumenarTest\\watched";
-constexpr DWORD kFilter = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAST_SET;
-constexpr DWORD kBound = 120000;
 
 CHILD_BODY(ChangesTheWatchedKey) {
   for (std::string line = support::Hear(); !line.empty(); line = support::Hear()) {

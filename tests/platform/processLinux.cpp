@@ -16,19 +16,9 @@
 namespace {
 
 using namespace platform;
-
-bool Start(std::u16string line, PROCESS_INFORMATION& information) {
-  STARTUPINFOW startup{};
-  startup.cb = sizeof startup;
-  return CreateProcessW(nullptr, line.data(), nullptr, nullptr, false, 0, nullptr, nullptr, &startup, &information);
-}
-
-DWORD ErrorOfStart(const std::u16string& line) {
-  PROCESS_INFORMATION information{};
-  return Start(line, information) ? ERROR_SUCCESS : GetLastError();
-}
-
-CHILD_BODY(EndsAtOnce) { return 0; }
+using programs::ErrorOfStart;
+using programs::Start;
+using programs::Started;
 
 // Wine takes command lines of any length; Windows documents this limit.
 TEST(ProcessOnLinux, RefusesACommandLineThatIsTooLong) {
@@ -50,23 +40,23 @@ TEST(ProcessOnLinux, NeedsTheRightToExecute) {
 
 TEST(ProcessOnLinux, LeavesNoZombieOnceAnotherIsStarted) {
   const support::Machine machine;
-  const std::u16string line = programs::Put(machine, u"child.exe") + u" --child=EndsAtOnce";
-  PROCESS_INFORMATION first{};
-  ASSERT_TRUE(Start(line, first));
-  CloseHandle(first.hThread);
-  CloseHandle(first.hProcess);
+  const std::u16string line = programs::Put(machine, u"child.exe") + std::u16string(programs::kEndsAtOnce);
+  Started first = Start(line);
+  ASSERT_TRUE(first);
+  first.thread.reset();
+  first.process.reset();
   siginfo_t info{};
-  const int waited = waitid(P_PID, first.dwProcessId, &info, WEXITED | WNOWAIT);  // Ended, and not yet reaped by this.
-  PROCESS_INFORMATION second{};
-  ASSERT_TRUE(Start(line, second));
+  const int waited = waitid(P_PID, first.id, &info, WEXITED | WNOWAIT);  // Ended, and not yet reaped by this.
+  Started second = Start(line);
+  ASSERT_TRUE(second);
   if (waited == 0) {
-    EXPECT_EQ(waitid(P_PID, first.dwProcessId, &info, WEXITED | WNOWAIT | WNOHANG), -1);
+    EXPECT_EQ(waitid(P_PID, first.id, &info, WEXITED | WNOWAIT | WNOHANG), -1);
     EXPECT_EQ(errno, ECHILD);
   }
-  EXPECT_EQ(WaitForSingleObject(second.hProcess, INFINITE), WAIT_OBJECT_0);
-  CloseHandle(second.hThread);
-  CloseHandle(second.hProcess);
-  EXPECT_EQ(waitid(P_PID, second.dwProcessId, &info, WEXITED | WNOWAIT | WNOHANG), -1);
+  EXPECT_EQ(WaitForSingleObject(second.process.get(), INFINITE), WAIT_OBJECT_0);
+  second.thread.reset();
+  second.process.reset();
+  EXPECT_EQ(waitid(P_PID, second.id, &info, WEXITED | WNOWAIT | WNOHANG), -1);
 }
 
 TEST(CommandLineOnLinux, IgnoresALineThatAnotherProcessWasStartedWith) {

@@ -14,29 +14,9 @@
 namespace {
 
 using namespace platform;
-
-struct Started {
-  UniqueProcess process;
-  UniqueThread thread;
-  DWORD id = 0;
-  explicit operator bool() const { return static_cast<bool>(process); }
-};
-
-Started Start(std::u16string line) {
-  STARTUPINFOW startup{};
-  startup.cb = sizeof startup;
-  PROCESS_INFORMATION information{};
-  if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, false, NORMAL_PRIORITY_CLASS, nullptr, nullptr, &startup,
-                      &information)) {
-    return {};
-  }
-  return {UniqueProcess(information.hProcess), UniqueThread(information.hThread), information.dwProcessId};
-}
-
-// The error of a start that fails, 0 if it does not.
-DWORD ErrorOfStart(const std::u16string& line) { return Start(line) ? ERROR_SUCCESS : GetLastError(); }
-
-CHILD_BODY(Ends) { return 0; }
+using programs::ErrorOfStart;
+using programs::Start;
+using programs::Started;
 
 TEST(Process, GetsItsCommandLineUnitForUnit) {
   const support::Machine machine;
@@ -59,7 +39,7 @@ TEST(Process, GetsItsCommandLineUnitForUnit) {
 TEST(Process, IsSignalledWhenItHasEnded) {
   const support::Machine machine;
   const std::u16string path = programs::Put(machine, u"child.exe");
-  const Started started = Start(path + u" --child=Ends");
+  const Started started = Start(path + std::u16string(programs::kEndsAtOnce));
   ASSERT_TRUE(started);
   EXPECT_NE(started.id, 0u);
   EXPECT_NE(started.id, GetCurrentProcessId());
@@ -71,10 +51,10 @@ TEST(Process, IsSignalledWhenItHasEnded) {
 TEST(Process, IsFoundWithoutItsExe) {
   const support::Machine machine;
   programs::Put(machine, u"child.exe");
-  const Started plain = Start(machine.Folder() + u"child --child=Ends");
+  const Started plain = Start(machine.Folder() + u"child" + std::u16string(programs::kEndsAtOnce));
   EXPECT_TRUE(plain);
   WaitForSingleObject(plain.process.get(), INFINITE);
-  const Started started = Start(u'"' + machine.Folder() + u"child\" --child=Ends");
+  const Started started = Start(u'"' + machine.Folder() + u"child\"" + std::u16string(programs::kEndsAtOnce));
   EXPECT_TRUE(started);
   WaitForSingleObject(started.process.get(), INFINITE);
 }
@@ -115,7 +95,7 @@ TEST(Process, ThatIsNoProgramIsRefused) {
 
 TEST(Process, MayHaveTheLongestCommandLine) {
   const support::Machine machine;
-  const std::u16string start = programs::Put(machine, u"child.exe") + u" --child=Ends ";
+  const std::u16string start = programs::Put(machine, u"child.exe") + std::u16string(programs::kEndsAtOnce);
   const Started longest = Start(start + std::u16string(32'766 - start.size(), u'x'));
   ASSERT_TRUE(longest) << GetLastError();
   EXPECT_EQ(WaitForSingleObject(longest.process.get(), INFINITE), WAIT_OBJECT_0);
@@ -135,7 +115,7 @@ TEST(Process, FailureLeavesTheInformationAlone) {
 
 TEST(InputIdle, IsNothingThatAConsoleProgramHas) {
   const support::Machine machine;
-  const Started started = Start(programs::Put(machine, u"child.exe") + u" --child=Ends");
+  const Started started = Start(programs::Put(machine, u"child.exe") + std::u16string(programs::kEndsAtOnce));
   ASSERT_TRUE(started);
   EXPECT_EQ(WaitForInputIdle(started.process.get(), INFINITE), WAIT_FAILED);
   WaitForSingleObject(started.process.get(), INFINITE);

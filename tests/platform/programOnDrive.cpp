@@ -6,6 +6,7 @@
 #include <iterator>
 #include <thread>
 
+#include "platform/error.h"
 #include "platform/shell.h"
 #include "tests/support/process.h"
 
@@ -26,6 +27,8 @@ CHILD_BODY(RecordsItsCommandLine) {
   std::filesystem::rename(unfinished, path);
   return 0;
 }
+
+CHILD_BODY(EndsAtOnce) { return 0; }
 
 }  // namespace
 
@@ -49,6 +52,23 @@ std::u16string Recorded(const support::Machine& machine) {
   }
   std::filesystem::remove(RecordPath(machine));
   return line;
+}
+
+Started Start(std::u16string line) {
+  platform::STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  platform::PROCESS_INFORMATION information{};
+  if (!platform::CreateProcessW(nullptr, line.data(), nullptr, nullptr, false, platform::NORMAL_PRIORITY_CLASS, nullptr,
+                                nullptr, &startup, &information)) {
+    return {};
+  }
+  return {.process = platform::UniqueProcess(information.hProcess),
+          .thread = platform::UniqueThread(information.hThread),
+          .id = information.dwProcessId};
+}
+
+platform::DWORD ErrorOfStart(const std::u16string& line) {
+  return Start(line) ? platform::ERROR_SUCCESS : platform::GetLastError();
 }
 
 void Remove(const support::Machine& machine, std::u16string_view path) {

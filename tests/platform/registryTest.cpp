@@ -9,15 +9,16 @@
 #include <vector>
 
 #include "platform/raii.h"
+#include "tests/platform/registrySupport.h"
 #include "tests/support/machine.h"
 #include "tests/support/process.h"
 
 namespace {
 
 using namespace platform;
+using registryTests::kBase;
 using testing::ElementsAre;
 
-constexpr const char16_t* kBase = u"Software\\LumenarTest";
 constexpr HKEY kNoKey{0x7770};
 
 std::u16string Under(std::u16string_view name) { return std::u16string(kBase) + u"\\" + std::u16string(name); }

@@ -4,16 +4,12 @@
 #include "platform/linux/testHooks.h"
 #include "platform/raii.h"
 #include "platform/session.h"
+#include "tests/platform/sessionSupport.h"
 
 namespace {
 
 using namespace platform;
-
-DWORD OwnSession() {
-  DWORD session = 0xFFFFFFFF;
-  EXPECT_TRUE(ProcessIdToSessionId(GetCurrentProcessId(), &session));
-  return session;
-}
+using sessions::OwnSession;
 
 // Wine cannot tell a session's state, and fails without an error.
 TEST(SessionOnLinux, OfAUserIsActive) {

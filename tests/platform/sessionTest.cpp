@@ -7,10 +7,12 @@
 
 #include "platform/error.h"
 #include "platform/raii.h"
+#include "tests/platform/sessionSupport.h"
 
 namespace {
 
 using namespace platform;
+using sessions::OwnSession;
 
 TEST(UserName, IsCountedWithItsNul) {
   char16_t name[260] = {};
@@ -33,12 +35,6 @@ TEST(UserName, ThatDoesNotFitReportsTheSizeAndLeavesTheBuffer) {
   size = needed;
   EXPECT_TRUE(GetUserNameW(small, &size));
   EXPECT_EQ(std::u16string(small), std::u16string(name));
-}
-
-DWORD OwnSession() {
-  DWORD session = 0xFFFFFFFF;
-  EXPECT_TRUE(ProcessIdToSessionId(GetCurrentProcessId(), &session));
-  return session;
 }
 
 // A token that the thread can impersonate: a copy of the process's own.

@@ -12,7 +12,7 @@ namespace {
 
 using namespace platform;
 
-DWORD Open(const std::u16string& file, const char16_t* verb = u"open") {
+DWORD OpenByVerb(const std::u16string& file, const char16_t* verb = u"open") {
   SHELLEXECUTEINFOW information{};
   information.cbSize = sizeof information;
   information.fMask = SEE_MASK_FLAG_NO_UI;
@@ -32,22 +32,22 @@ TEST(ShellOnLinux, PrefersTheUsersHandlerToTheMachines) {
   const std::u16string start =
       u'"' + programs::Put(machine, u"handler.exe") + u'"' + std::u16string(programs::kRecords);
   Register(support::Hive::Machine, start + u"machine %1");
-  EXPECT_EQ(Open(u"lumenartest:x"), ERROR_SUCCESS);
+  EXPECT_EQ(OpenByVerb(u"lumenartest:x"), ERROR_SUCCESS);
   EXPECT_EQ(programs::Recorded(machine), start + u"machine lumenartest:x");
   Register(support::Hive::User, start + u"user %1");
-  EXPECT_EQ(Open(u"lumenartest:x"), ERROR_SUCCESS);
+  EXPECT_EQ(OpenByVerb(u"lumenartest:x"), ERROR_SUCCESS);
   EXPECT_EQ(programs::Recorded(machine), start + u"user lumenartest:x");
 }
 
 // Wine 8 reports 3 here; Windows reports what this does.
 TEST(ShellOnLinux, HasNoAssociationForASchemeThatNobodyRegistered) {
   const support::Machine machine;
-  EXPECT_EQ(Open(u"lumenarunknown:x"), ERROR_NO_ASSOCIATION);
+  EXPECT_EQ(OpenByVerb(u"lumenarunknown:x"), ERROR_NO_ASSOCIATION);
 }
 
 TEST(ShellOnLinux, KnowsNoVerbButOpen) {
   const support::Machine machine;
-  EXPECT_EQ(Open(programs::Put(machine, u"x.exe"), u"print"), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(OpenByVerb(programs::Put(machine, u"x.exe"), u"print"), ERROR_INVALID_PARAMETER);
 }
 
 }  // namespace

@@ -31,7 +31,7 @@ class Registered {
   support::Hive hive_;
 };
 
-DWORD Open(const std::u16string& file) {
+DWORD OpenInShell(const std::u16string& file) {
   SHELLEXECUTEINFOW information{};
   information.cbSize = sizeof information;
   information.fMask = SEE_MASK_DOENVSUBST | SEE_MASK_FLAG_NO_UI;
@@ -47,7 +47,7 @@ TEST(Shell, StartsTheHandlerOfTheUrlsScheme) {
   const std::u16string path = programs::Put(machine, u"handler.exe");
   const std::u16string start = u'"' + path + u'"' + std::u16string(programs::kRecords);
   const Registered registered(support::Hive::Machine, start + u"\"%1\" behind");
-  EXPECT_EQ(Open(u"lumenartest://host/path?a=b&c=d"), ERROR_SUCCESS);
+  EXPECT_EQ(OpenInShell(u"lumenartest://host/path?a=b&c=d"), ERROR_SUCCESS);
   EXPECT_EQ(programs::Recorded(machine), start + u"\"lumenartest://host/path?a=b&c=d\" behind");
   programs::Remove(machine, path);
 }
@@ -59,14 +59,14 @@ TEST(Shell, SubstitutesTheEnvironment) {
   const std::u16string path = programs::Put(machine, u"handler.exe");
   const std::u16string start = u'"' + path + u'"' + std::u16string(programs::kRecords);
   const Registered registered(support::Hive::Machine, start + u"%1");
-  EXPECT_EQ(Open(u"lumenartest:%LUMENAR_TEST_WORD%-%2F-%LUMENAR_TEST_NO%-100%"), ERROR_SUCCESS);
+  EXPECT_EQ(OpenInShell(u"lumenartest:%LUMENAR_TEST_WORD%-%2F-%LUMENAR_TEST_NO%-100%"), ERROR_SUCCESS);
   EXPECT_EQ(programs::Recorded(machine), start + u"lumenartest:word-%2F-%LUMENAR_TEST_NO%-100%");
   programs::Remove(machine, path);
 }
 
 TEST(Shell, DoesNotFindAProgramThatIsMissing) {
   const support::Machine machine;
-  EXPECT_EQ(Open(machine.Folder() + u"no such.exe"), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(OpenInShell(machine.Folder() + u"no such.exe"), ERROR_FILE_NOT_FOUND);
 }
 
 TEST(ErrorText, IsTheSystemsOwn) {

@@ -12,12 +12,14 @@
 #include "platform/handles.h"
 #include "platform/raii.h"
 #include "platform/text.h"
+#include "tests/platform/handleSupport.h"
 #include "tests/support/machine.h"
 #include "tests/support/process.h"
 
 namespace {
 
 using namespace platform;
+using handles::NewEvent;
 using Names = std::vector<std::string>;
 
 class Faults : public testing::Test {
@@ -25,27 +27,25 @@ class Faults : public testing::Test {
   ~Faults() override { test::DisarmFaults(); }
 };
 
-UniqueEvent NewEvent() { return UniqueEvent(CreateEventW(nullptr, true, false, nullptr)); }
-
 TEST_F(Faults, CountCallsWithoutFailingAny) {
   test::ArmFaults(0, false, ERROR_GEN_FAILURE);
-  const UniqueEvent event = NewEvent();
+  const UniqueEvent event = NewEvent(true);
   EXPECT_TRUE(SetEvent(event.get()));
   EXPECT_EQ(test::CountedCalls(), (Names{"CreateEventW", "SetEvent"}));
 }
 
 TEST_F(Faults, FailTheCallOfThatNumberOnce) {
   test::ArmFaults(2, false, ERROR_GEN_FAILURE);
-  EXPECT_TRUE(NewEvent());
-  EXPECT_FALSE(NewEvent());
+  EXPECT_TRUE(NewEvent(true));
+  EXPECT_FALSE(NewEvent(true));
   EXPECT_EQ(GetLastError(), ERROR_GEN_FAILURE);
-  EXPECT_TRUE(NewEvent());
+  EXPECT_TRUE(NewEvent(true));
   EXPECT_EQ(test::CountedCalls(), (Names{"CreateEventW", "!CreateEventW", "CreateEventW"}));
 }
 
 TEST_F(Faults, FailFromThatNumberOnWhenTheyPersist) {
   test::ArmFaults(2, true, ERROR_ACCESS_DENIED);
-  const UniqueEvent event = NewEvent();
+  const UniqueEvent event = NewEvent(true);
   EXPECT_FALSE(SetEvent(event.get()));
   EXPECT_EQ(WaitForSingleObject(event.get(), INFINITE), WAIT_FAILED);
   EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
@@ -54,7 +54,7 @@ TEST_F(Faults, FailFromThatNumberOnWhenTheyPersist) {
 
 TEST_F(Faults, FailTheCallsOfOneNameAlone) {
   test::ArmFaultsOf("SetEvent", ERROR_ACCESS_DENIED);
-  const UniqueEvent event = NewEvent();
+  const UniqueEvent event = NewEvent(true);
   ASSERT_TRUE(event);
   EXPECT_FALSE(SetEvent(event.get()));
   EXPECT_FALSE(SetEvent(event.get()));
@@ -64,9 +64,9 @@ TEST_F(Faults, FailTheCallsOfOneNameAlone) {
 
 TEST_F(Faults, EndWhenDisarmedAndKeepTheirCount) {
   test::ArmFaults(1, true, ERROR_GEN_FAILURE);
-  EXPECT_FALSE(NewEvent());
+  EXPECT_FALSE(NewEvent(true));
   test::DisarmFaults();
-  EXPECT_TRUE(NewEvent());
+  EXPECT_TRUE(NewEvent(true));
   EXPECT_EQ(test::CountedCalls(), Names{"!CreateEventW"});
 }
 
@@ -75,7 +75,7 @@ TEST_F(Faults, CountTheCallsOfAllThreads) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([] {
-      for (int j = 0; j < 100; ++j) EXPECT_TRUE(NewEvent());
+      for (int j = 0; j < 100; ++j) EXPECT_TRUE(NewEvent(true));
     });
   }
   for (std::thread& thread : threads) thread.join();
@@ -83,8 +83,8 @@ TEST_F(Faults, CountTheCallsOfAllThreads) {
 }
 
 CHILD_BODY(MakesTwoEventsAndLeavesOne) {
-  UniqueEvent closed = NewEvent();
-  const EventHandle left = NewEvent().release();
+  UniqueEvent closed = NewEvent(true);
+  const EventHandle left = NewEvent(true).release();
   support::Say(std::string(closed ? "made" : "failed") + (left ? " made" : " failed"));
   return 0;
 }
@@ -113,7 +113,7 @@ TEST(FaultReport, OfAProcessListsItsCallsAndWhatItLeftOpen) {
 TEST(LiveHandles, AreListedByTheirKinds) {
   const support::Machine machine;
   const Names before = test::LiveHandles();
-  UniqueEvent event = NewEvent();
+  UniqueEvent event = NewEvent(true);
   UniqueMutex mutex(CreateMutexW(nullptr, false, u"Lumenar Test Live"));
   EXPECT_EQ(test::LiveHandles().size(), before.size() + 2);
   event.reset();

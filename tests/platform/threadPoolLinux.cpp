@@ -8,6 +8,7 @@
 #include "platform/error.h"
 #include "platform/linux/testHooks.h"
 #include "tests/platform/poolSupport.h"
+#include "tests/support/descriptorsLinux.h"
 
 namespace {
 
@@ -83,17 +84,14 @@ TEST(ThreadPoolOnLinux, WaitKeepsNoObjectAliveThatItIsDoneWith) {
   Signal done;
   Function tell = [&](PTP_CALLBACK_INSTANCE) { done.Set(); };
   const UniqueWait wait = NewWait(tell);
-  const auto descriptors = [] {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
-  };
-  const auto before = descriptors();
+  const auto before = support::OpenDescriptors();
   {
     const UniqueEvent event(CreateEventW(nullptr, true, true, nullptr));
     SetThreadpoolWait(wait.get(), event.get(), nullptr);
     done.Await();
   }
   WaitForThreadpoolWaitCallbacks(wait.get(), false);
-  EXPECT_EQ(descriptors(), before);
+  EXPECT_EQ(support::OpenDescriptors(), before);
 }
 
 }  // namespace

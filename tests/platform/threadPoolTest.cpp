@@ -39,17 +39,17 @@ TEST(CallbackEnvironment, NamesThePoolAndTheGroup) {
   DestroyThreadpoolEnvironment(&environment);
 }
 
-struct Seen {
+struct SeenWork {
   PTP_CALLBACK_INSTANCE instance = nullptr;
   PTP_WORK work = nullptr;
   std::thread::id thread;
 };
 
 TEST(Work, RunsItsCallbackOnAThreadOfThePool) {
-  Seen seen;
+  SeenWork seen;
   const UniqueWork work(CreateThreadpoolWork(
       [](PTP_CALLBACK_INSTANCE instance, void* context, PTP_WORK itself) {
-        *static_cast<Seen*>(context) = {.instance = instance, .work = itself, .thread = std::this_thread::get_id()};
+        *static_cast<SeenWork*>(context) = {.instance = instance, .work = itself, .thread = std::this_thread::get_id()};
       },
       &seen, nullptr));
   ASSERT_TRUE(work);

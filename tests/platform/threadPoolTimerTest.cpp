@@ -41,17 +41,17 @@ struct Counted {
   UniqueTimer timer;
 };
 
-struct Seen {
+struct SeenTimer {
   PTP_TIMER timer = nullptr;
   Signal done;
 };
 
 TEST(PoolTimer, WithADueTimeOfZeroRunsAtOnce) {
-  Seen seen;
+  SeenTimer seen;
   const UniqueTimer timer(CreateThreadpoolTimer(
       [](PTP_CALLBACK_INSTANCE, void* context, PTP_TIMER itself) {
-        static_cast<Seen*>(context)->timer = itself;
-        static_cast<Seen*>(context)->done.Set();
+        static_cast<SeenTimer*>(context)->timer = itself;
+        static_cast<SeenTimer*>(context)->done.Set();
       },
       &seen, nullptr));
   ASSERT_TRUE(timer);

@@ -4,27 +4,25 @@
 #include <deque>
 #include <vector>
 
+#include "tests/platform/handleSupport.h"
 #include "tests/platform/poolSupport.h"
 
 namespace {
 
 using namespace pool;
+using handles::NewEvent;
 
-UniqueEvent NewEvent(bool manualReset, bool signalled = false) {
-  return UniqueEvent(CreateEventW(nullptr, manualReset, signalled, nullptr));
-}
-
-struct Seen {
+struct SeenWait {
   PTP_WAIT wait = nullptr;
   TP_WAIT_RESULT result = WAIT_FAILED;
   Signal done;
 };
 
 TEST(PoolWait, RunsItsCallbackWhenItsObjectIsSignalled) {
-  Seen seen;
+  SeenWait seen;
   const UniqueWait wait(CreateThreadpoolWait(
       [](PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT itself, TP_WAIT_RESULT result) {
-        auto& all = *static_cast<Seen*>(context);
+        auto& all = *static_cast<SeenWait*>(context);
         all.wait = itself;
         all.result = result;
         all.done.Set();

@@ -6,21 +6,21 @@
 #include "platform/error.h"
 #include "platform/handles.h"
 #include "platform/raii.h"
+#include "tests/platform/handleSupport.h"
 
 namespace {
 
 using namespace platform;
-
-UniqueEvent NewEvent() { return UniqueEvent(CreateEventW(nullptr, true, false, nullptr)); }
+using handles::NewEvent;
 
 UniqueThread Start(ThreadStart start, void* parameter, std::size_t stackSize = 0, DWORD flags = 0) {
   return UniqueThread(CreateThread(nullptr, stackSize, start, parameter, flags, nullptr));
 }
 
 struct Meeting {
-  UniqueEvent arrived = NewEvent();
-  UniqueEvent leave = NewEvent();
-  UniqueEvent left = NewEvent();
+  UniqueEvent arrived = NewEvent(true);
+  UniqueEvent leave = NewEvent(true);
+  UniqueEvent left = NewEvent(true);
 };
 
 DWORD Attend(void* parameter) {

@@ -6,6 +6,7 @@
 #include "platform/error.h"
 #include "platform/handles.h"
 #include "platform/raii.h"
+#include "tests/platform/handleSupport.h"
 #include "tests/platform/windowSupport.h"
 #include "tests/support/machine.h"
 #include "tests/support/meeting.h"
@@ -13,10 +14,7 @@
 namespace {
 
 using namespace platform;
-
-UniqueEvent NewEvent(bool manualReset, bool initialState) {
-  return UniqueEvent(CreateEventW(nullptr, manualReset, initialState, nullptr));
-}
+using handles::NewEvent;
 
 TEST(WaitForAny, TakesTheLowestSignalledIndex) {
   const UniqueEvent first = NewEvent(false, false);

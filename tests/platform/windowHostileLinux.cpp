@@ -16,13 +16,13 @@
 #include "platform/linux/windowPacket.h"
 #include "platform/linux/windowSocket.h"
 #include "tests/platform/windowSupport.h"
+#include "tests/support/descriptorsLinux.h"
 #include "tests/support/machine.h"
 
 using namespace platform;
 using namespace windowTests;
 using windowPacket::Carriage;
 using windowPacket::Head;
-using windowPacket::Kind;
 
 namespace {
 
@@ -32,10 +32,6 @@ std::vector<std::filesystem::path> SocketFiles() {
   std::vector<std::filesystem::path> files;
   for (const auto& entry : std::filesystem::directory_iterator(MeetingFolder())) files.push_back(entry.path());
   return files;
-}
-
-std::ptrdiff_t OpenDescriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }
 
 // A window with a thread of its own, which counts what reaches its procedure.
@@ -81,7 +77,7 @@ class Target {
   std::optional<LRESULT> Count(UINT message) {
     switch (message) {
       case WM_USER: return static_cast<LRESULT>(reached_);
-      case kCountDescriptors: return OpenDescriptors();
+      case kCountDescriptors: return support::OpenDescriptors();
       case kQuit: PostQuitMessage(0); return 0;
       case kMark:
       case WM_COPYDATA: ++reached_; return 0;
@@ -96,7 +92,7 @@ class Target {
 
 Head Sound() {
   return {.magic = windowPacket::kRequestMagic,
-          .kind = Kind::Sent,
+          .kind = windowPacket::Kind::Sent,
           .message = kMark,
           .carriage = Carriage::Nothing,
           .wParam = 0,
@@ -177,8 +173,8 @@ TEST(HostilePeer, ReachesNothingWithAMalformedPacket) {
   SendPacket(std::string(40, '\xFF'));
   SendPacket(std::string(100'000, 'x'));
   SendPacket(changed([](Head& head) { ++head.magic; }));
-  SendPacket(changed([](Head& head) { head.kind = static_cast<Kind>(0); }));
-  SendPacket(changed([](Head& head) { head.kind = static_cast<Kind>(3); }));
+  SendPacket(changed([](Head& head) { head.kind = static_cast<windowPacket::Kind>(0); }));
+  SendPacket(changed([](Head& head) { head.kind = static_cast<windowPacket::Kind>(3); }));
   SendPacket(changed([](Head& head) { head.carriage = static_cast<Carriage>(4); }));
   SendPacket(changed([](Head& head) { head.carriage = Carriage::NoData; }));
   SendPacket(changed([](Head& head) { head.size = 1; }));
@@ -189,7 +185,7 @@ TEST(HostilePeer, ReachesNothingWithAMalformedPacket) {
   SendPacket(Bytes(SoundData(Carriage::Inline, ~0ULL), 5));
   SendPacket(Bytes(SoundData(Carriage::Inline, 100'000), 100'000));
   Head posted = SoundData(Carriage::Inline, 5);
-  posted.kind = Kind::Posted;
+  posted.kind = windowPacket::Kind::Posted;
   SendPacket(Bytes(posted, 5));
   EXPECT_EQ(target.Reached(), 0U);
 }

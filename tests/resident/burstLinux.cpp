@@ -18,8 +18,7 @@ namespace resident {
 namespace {
 
 constexpr int kChanges = 1'000;
-constexpr int kBound = 120'000;
-constexpr int kUntilNextTry = 100;
+constexpr int kUntilNextChange = 100;
 // What four bursts may add: the handles that a refresh leaves open, as settled. To keep the documents would take more.
 constexpr long kSpareKibibytes = 2 * 1024;
 
@@ -29,10 +28,6 @@ constexpr bool kMemoryTells = false;
 #else
 constexpr bool kMemoryTells = true;
 #endif
-
-std::string ProgramPath() {
-  return (std::filesystem::path(support::OwnPath()).parent_path() / "../lumenar-url-protocol-launch-helper").string();
-}
 
 class Burst : public ResidentTest {
  protected:
@@ -86,11 +81,11 @@ long ResidentKibibytes(const support::Process& process) {
 }
 
 TEST_F(Burst, OfAThousandChangesLeavesTheLastInTheFileAndTheMemoryAsItWas) {
-  support::Process process({.program = ProgramPath(), .arguments = {}, .environment = {}});
+  support::Process process({.program = support::ProgramPath(), .arguments = {}, .environment = {}});
   int tries = 0;
   do {
     Change("try " + std::to_string(++tries));  // None for a helper that does not watch yet.
-  } while (!AwaitWriting(kUntilNextTry));
+  } while (!AwaitWriting(kUntilNextChange));
   long before = 0;
   for (int burst = 0; burst < 5; ++burst) {
     for (int change = 1; change < kChanges; ++change) Change(std::to_string(change));

@@ -23,13 +23,7 @@ using testing::Optional;
 
 constexpr const char16_t* kWindowClass = u"CorvaneLumenar_UrlProtocolLaunchHelperClass";
 constexpr const char16_t* kMutexName = u"Corvane Lumenar URL Helper Mutex";
-constexpr platform::DWORD kBound = 120000;
-constexpr platform::DWORD kUntilNextTry = 1000;
-
-std::string ProgramPath() {
-  const std::filesystem::path own = support::OwnPath();
-  return (own.parent_path().parent_path() / "lumenar-url-protocol-launch-helper").string() + own.extension().string();
-}
+constexpr platform::DWORD kUntilNextRefresh = 1000;
 
 bool MutexIsFree() {
   const platform::UniqueMutex mutex(platform::CreateMutexW(nullptr, false, kMutexName));
@@ -51,7 +45,7 @@ class ResidentProcess : public ResidentTest {
 
   // The program, in its message loop. Nothing tells when another process's window is there, so this looks for it.
   static support::Process Start() {
-    support::Process process({.program = ProgramPath(), .arguments = {}, .environment = {}});
+    support::Process process({.program = support::ProgramPath(), .arguments = {}, .environment = {}});
     const platform::UniqueEvent never(platform::CreateEventW(nullptr, true, false, nullptr));
     platform::HWND window = platform::FindWindowW(kWindowClass, nullptr);
     for (; !window; window = platform::FindWindowW(kWindowClass, nullptr)) {
@@ -73,7 +67,7 @@ class ResidentProcess : public ResidentTest {
       support::DeleteKey(Hive::User, kFirefoxKey);
       Arm(base, event);
       SetNumber(Hive::User, kUserKey, u"Change", ++change);
-    } while (platform::WaitForSingleObject(event.get(), kUntilNextTry) != platform::WAIT_OBJECT_0);
+    } while (platform::WaitForSingleObject(event.get(), kUntilNextRefresh) != platform::WAIT_OBJECT_0);
     return process;
   }
 

@@ -33,6 +33,9 @@ inline const std::u16string kChromePolicy = u"Software\\Policies\\Google\\Chrome
 inline const std::u16string kEdgePolicy = u"Software\\Policies\\Microsoft\\Edge";
 inline const std::u16string kExtensionId = u"pgmkcoafbnjdeihlmkgobfajcpeidnhl";
 
+// In milliseconds: what takes longer does not come at all.
+inline constexpr int kBound = 120'000;
+
 struct Value {
   std::uint32_t type;
   std::vector<std::uint8_t> bytes;

@@ -21,12 +21,8 @@ namespace {
 
 namespace files = std::filesystem;
 
-constexpr int kUntilNextTry = 20;
+constexpr int kBetweenLooks = 20;
 constexpr int kTries = 6'000;
-
-std::string ProgramPath() {
-  return (files::path(support::OwnPath()).parent_path() / "../lumenar-url-protocol-launch-helper").string();
-}
 
 std::string BytesOf(const files::path& path) {
   std::ifstream stream(path, std::ios::binary);
@@ -77,13 +73,13 @@ class WholeWithdrawal : public ResidentTest {
     support::SetNumber(Hive::User, kRoot, u"Enabled", 1);
     support::SetText(Hive::User, kRoot + u"\\" + Scheme(u"a"), u"rules", u"x");
     support::SetText(Hive::User, kRoot + u"\\" + Scheme(u"other"), u"rules", u"x");
-    support::Process process({.program = ProgramPath(), .arguments = {}, .environment = {}});
+    support::Process process({.program = support::ProgramPath(), .arguments = {}, .environment = {}});
     const platform::Descriptor end(static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(process.Id()), 0)));
     pollfd ended{.fd = end.get(), .events = POLLIN, .revents = 0};
     AwaitRegistration(ended);
     seenWhileItLived_ = Look();
     RemoveOrigin();
-    for (std::uint32_t tries = 0; tries < kTries && poll(&ended, 1, kUntilNextTry) == 0; ++tries) {
+    for (std::uint32_t tries = 0; tries < kTries && poll(&ended, 1, kBetweenLooks) == 0; ++tries) {
       support::SetNumber(Hive::Machine, kRoot, u"Change", tries);
     }
     EXPECT_EQ(process.Wait(), 0);
@@ -94,7 +90,7 @@ class WholeWithdrawal : public ResidentTest {
  private:
   // The launch scheme is the last that a start registers.
   static void AwaitRegistration(pollfd ended) {
-    for (int tries = 0; tries < kTries && poll(&ended, 1, kUntilNextTry) == 0; ++tries) {
+    for (int tries = 0; tries < kTries && poll(&ended, 1, kBetweenLooks) == 0; ++tries) {
       if (Stored(Hive::User, kClasses + kLaunchScheme, u"URL Protocol")) return;
     }
     FAIL() << "the helper has not come up";

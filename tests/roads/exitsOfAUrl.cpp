@@ -12,10 +12,8 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr const char* kEnabled = "CheckAppPathSettings: Url Redirection is enabled.\n";
-
 // What a post logs where no service listens: it was tried, and at which endpoint.
-Texts Posted(const std::string& url, Texts before = {}) {
+Texts LogOfAPost(const std::string& url, Texts before = {}) {
   platform::DWORD session = 0;
   EXPECT_TRUE(platform::ProcessIdToSessionId(platform::GetCurrentProcessId(), &session));
   const auto endpoint = platform::FormatNarrow("Try to connect guid: %08X-EC5E-4088-B123-80B4AE233D0B.\n", ~session);
@@ -36,8 +34,8 @@ struct Exit {
 std::vector<Exit> Exits() {
   return {
       {u"Agent", u"apppathrd/path=a/b", u"path=a",
-       Posted("apppathrd/path=a/b",
-              {kEnabled, "Match the rule path=a successfully.\n", "Redirect the app path: 'apppathrd/path=a/b'.\n"}),
+       LogOfAPost("apppathrd/path=a/b", {kEnabled, "Match the rule path=a successfully.\n",
+                                         "Redirect the app path: 'apppathrd/path=a/b'.\n"}),
        nullptr},
       {u"Agent",
        u"apppathrd/path=a/b",
@@ -51,10 +49,10 @@ std::vector<Exit> Exits() {
        {kEnabled, "Do not redirect the app path: 'apppathrd/path=a/b'.\n",
         "SendMessageToRedirectUriToClient: Do not redirect the app path 'apppathrd/path=a/b'\n"},
        nullptr},
-      {u"Agent", u"https://intranet.example/", u"path=x", Posted("https://intranet.example/"), nullptr},
+      {u"Agent", u"https://intranet.example/", u"path=x", LogOfAPost("https://intranet.example/"), nullptr},
       // Decoded on this side.
-      {u"Agent", u"https%3A//intranet.example/", u"", Posted("https://intranet.example/"), nullptr},
-      {u"Agent", u"APPPATHRD/path=x", u"nothing", Posted("APPPATHRD/path=x"), nullptr},
+      {u"Agent", u"https%3A//intranet.example/", u"", LogOfAPost("https://intranet.example/"), nullptr},
+      {u"Agent", u"APPPATHRD/path=x", u"nothing", LogOfAPost("APPPATHRD/path=x"), nullptr},
       {u"Client",
        u"apppathrd/path=a/b",
        u"x;path=a;(",

@@ -9,7 +9,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr std::uintptr_t kLaunchOrPost = 501;
 constexpr std::uintptr_t kLogText = 502;
 constexpr std::uintptr_t kRefresh = 503;
 constexpr std::size_t kMebibyte = std::size_t{1} << 20;

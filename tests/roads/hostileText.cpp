@@ -9,8 +9,6 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr const char* kEnabled = "CheckAppPathSettings: Url Redirection is enabled.\n";
-
 class HostileText : public testing::Test {
  protected:
   explicit HostileText(bool debugLog = false) {

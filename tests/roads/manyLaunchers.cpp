@@ -12,8 +12,6 @@ namespace {
 
 using testing::UnorderedElementsAreArray;
 
-constexpr std::uintptr_t kLaunchOrPost = 501;
-
 std::u16string UrlOf(int number) { return u"https://example.com/" + support::Wide(std::to_string(number)); }
 
 class ManyLaunchers : public testing::Test {

@@ -12,7 +12,6 @@ using testing::IsEmpty;
 
 // As it is logged: without a line end.
 constexpr const char* kAlreadyRunning = "WinMain: URL redirection helper is already running. Exiting now.";
-constexpr std::uint32_t kBetweenLooks = 5;
 constexpr int kLooks = 10000;
 
 // Waits until one of the two has ended; null when neither does.

@@ -14,8 +14,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 
-constexpr std::uintptr_t kLaunchOrPost = 501;
-
 class ResidentPosts : public testing::Test {
  protected:
   ResidentPosts() {

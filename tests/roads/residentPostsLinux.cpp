@@ -13,7 +13,6 @@
 namespace roads {
 namespace {
 
-constexpr std::uintptr_t kLaunchOrPost = 501;
 constexpr int kPosts = 20;  // Of each round.
 constexpr int kRounds = 5;
 
@@ -23,9 +22,9 @@ long EntriesOf(const support::Process& process, const std::string& folder) {
 }
 
 // Over several posts: with one it may not have closed the connection of its last sender yet.
-struct Kept {
+struct KeptByResident {
   template <class Post>
-  Kept(const support::Process& resident, const Post& post) {
+  KeptByResident(const support::Process& resident, const Post& post) {
     for (int i = 0; i < kPosts; ++i) {
       post();
       const long descriptors = EntriesOf(resident, "fd");
@@ -50,9 +49,9 @@ TEST(ResidentThatPosts, OverAndOverKeepsNoDescriptorsOrThreads) {
     EXPECT_THAT(service.UntilEnded(1), testing::SizeIs(7));
   };
   for (int i = 0; i < kPosts; ++i) post();
-  const Kept early(machine.Resident(), post);
+  const KeptByResident early(machine.Resident(), post);
   for (int i = 0; i < kPosts * kRounds; ++i) post();
-  const Kept late(machine.Resident(), post);
+  const KeptByResident late(machine.Resident(), post);
   EXPECT_LE(late.fewestDescriptors, early.mostDescriptors);
   // Whenever they were first needed, so many threads of the pool stay.
   EXPECT_LE(late.threads, early.threads + std::thread::hardware_concurrency());

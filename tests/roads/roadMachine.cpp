@@ -20,7 +20,6 @@ constexpr const char16_t* kResidentClass = u"CorvaneLumenar_UrlProtocolLaunchHel
 constexpr const char16_t* kRoot = u"Software\\Corvane\\Lumenar\\URLRedirection";
 constexpr const char16_t* kPolicy = u"Software\\Policies\\Corvane\\Lumenar\\URLRedirection\\apppath";
 constexpr std::uint32_t kLongestRun = 60000;
-constexpr std::uint32_t kBetweenLooks = 5;
 constexpr platform::UINT SMTO_NORMAL = 0;
 
 std::u16string LogFolder() {
@@ -86,10 +85,7 @@ fs::path WithOwnEnding(fs::path path) { return path += fs::path(support::OwnPath
 
 }  // namespace
 
-fs::path ProgramPath() {
-  const fs::path tests = fs::path(support::OwnPath()).parent_path();
-  return WithOwnEnding(tests.parent_path() / "lumenar-url-protocol-launch-helper");
-}
+fs::path ProgramPath() { return support::ProgramPath(); }
 
 platform::HWND FindResident() { return platform::FindWindowW(kResidentClass, nullptr); }
 

@@ -94,5 +94,9 @@ int Await(support::Process& process);
                                                const std::vector<std::u16string>& arguments);
 
 inline constexpr const char16_t* kLaunchPrefix = u"tavrix-prism-url-launch://";
+// What is sent to the resident with it is a URL to open, or to post.
+inline constexpr std::uintptr_t kLaunchOrPost = 501;
+// What the log says of a machine whose settings allow app paths.
+inline constexpr const char* kEnabled = "CheckAppPathSettings: Url Redirection is enabled.\n";
 
 }  // namespace roads

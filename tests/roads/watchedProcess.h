@@ -14,6 +14,9 @@ namespace roads {
   return EndsWithin(process.Id(), milliseconds);
 }
 
+// How long to wait between one look at what nothing tells of and the next, in milliseconds.
+inline constexpr std::uint32_t kBetweenLooks = 5;
+
 // The process stands still until it is resumed.
 void Suspend(const support::Process& process);
 void Resume(const support::Process& process);

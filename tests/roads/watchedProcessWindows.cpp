@@ -12,7 +12,7 @@ const int kRepetitions = 3;
 namespace {
 
 constexpr int kLooks = 3000;
-constexpr std::uint32_t kBetweenLooks = 20;
+constexpr std::uint32_t kBetweenLooksForTheBox = 20;
 constexpr UINT kLongestAnswer = 10000;
 constexpr int kTextControl = 0xFFFF;
 
@@ -77,7 +77,7 @@ void Resume(const support::Process& process) { CallOnProcess(process, "NtResumeP
 // There is no event for a window that appears in another process; so this looks again and again while the process runs.
 MessageBox AwaitMessageBox(support::Process& process) {
   Search search{.process = process.Id(), .box = nullptr};
-  for (int i = 0; i < kLooks && search.box == nullptr && !EndsWithin(process, kBetweenLooks); ++i) {
+  for (int i = 0; i < kLooks && search.box == nullptr && !EndsWithin(process, kBetweenLooksForTheBox); ++i) {
     EnumWindows(&IsBoxOf, reinterpret_cast<LPARAM>(&search));
   }
   if (search.box == nullptr) {

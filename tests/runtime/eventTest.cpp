@@ -17,8 +17,6 @@ using runtime::kWaitError;
 using runtime::kWaitTimedOut;
 using runtime::TxEvent;
 
-constexpr std::uint32_t kNoLimit = TxEvent::kNoLimit;
-
 std::int32_t WaitAny(const std::vector<const TxEvent*>& events, std::uint32_t timeoutMs, bool messageWait = false,
                      bool alertable = false) {
   return TxEvent::WaitAny(events, false, timeoutMs, messageWait, alertable);
@@ -29,8 +27,8 @@ TEST(TxEvent, IsSetResetAndWaitedFor) {
   EXPECT_TRUE(event.IsValid());
   EXPECT_EQ(event.Wait(0), kWaitTimedOut);
   EXPECT_TRUE(event.Set());
-  EXPECT_EQ(event.Wait(kNoLimit), 0);
-  EXPECT_EQ(event.Wait(kNoLimit), 0);
+  EXPECT_EQ(event.Wait(TxEvent::kNoLimit), 0);
+  EXPECT_EQ(event.Wait(TxEvent::kNoLimit), 0);
   EXPECT_TRUE(event.Reset());
   EXPECT_EQ(event.Wait(1), kWaitTimedOut);
 }
@@ -96,9 +94,9 @@ TEST(WaitAny, GivesTheLowestIndexThatIsSignalled) {
   const TxEvent first(true, false);
   const TxEvent second(true, true);
   const TxEvent third(true, true);
-  EXPECT_EQ(WaitAny({&first, &second, &third}, kNoLimit), 1);
+  EXPECT_EQ(WaitAny({&first, &second, &third}, TxEvent::kNoLimit), 1);
   EXPECT_TRUE(first.Set());
-  EXPECT_EQ(WaitAny({&first, &second, &third}, kNoLimit), 0);
+  EXPECT_EQ(WaitAny({&first, &second, &third}, TxEvent::kNoLimit), 0);
 }
 
 TEST(WaitAny, TellsAnEndOfTimeFromAnError) {
@@ -132,7 +130,7 @@ TEST(WaitAny, IsAlertedByAQueuedCallWhenItMayBe) {
   ASSERT_TRUE(platform::QueueUserAPC([](std::uintptr_t counter) { ++*reinterpret_cast<int*>(counter); },
                                      platform::GetCurrentThread(), reinterpret_cast<std::uintptr_t>(&calls)));
   EXPECT_EQ(WaitAny({&never}, 0), kWaitTimedOut);
-  EXPECT_EQ(WaitAny({&never}, kNoLimit, false, true), kWaitAlert);
+  EXPECT_EQ(WaitAny({&never}, TxEvent::kNoLimit, false, true), kWaitAlert);
   EXPECT_EQ(calls, 1);
 }
 
@@ -140,7 +138,7 @@ TEST(WaitAny, GivesTheIndexBehindTheEventsForAMessage) {
   const support::Machine machine;
   const TxEvent never(true, false);
   platform::PostQuitMessage(0);
-  EXPECT_EQ(WaitAny({&never, &never}, kNoLimit, true), 2);
+  EXPECT_EQ(WaitAny({&never, &never}, TxEvent::kNoLimit, true), 2);
   platform::MSG message{};
   EXPECT_EQ(platform::GetMessageW(&message, nullptr, 0, 0), 0);
   EXPECT_EQ(WaitAny({&never, &never}, 0, true), kWaitTimedOut);

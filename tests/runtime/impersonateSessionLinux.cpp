@@ -10,19 +10,20 @@
 #include "runtime/processUtils.h"
 #include "runtime/textFormat.h"
 #include "tests/runtime/logLines.h"
+#include "tests/runtime/noSession.h"
 #include "tests/support/machine.h"
 
 namespace {
 
 using runtime::Format;
 using runtime::TxImpersonateSession;
+using runtimeTests::kNoSession;
 using runtimeTests::LogLines;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 namespace ProcessUtils = runtime::ProcessUtils;
 
-constexpr std::uint32_t kNone = 0xFFFFFFFF;
 constexpr const char* kToken = "TxImpersonateSession::GetUserToken()";
 
 class Impersonation : public testing::Test {
@@ -37,7 +38,7 @@ class Impersonation : public testing::Test {
   }
 
   const support::Machine machine;
-  const std::uint32_t own = ProcessUtils::GetSessionID(false, kNone);
+  const std::uint32_t own = ProcessUtils::GetSessionID(false, kNoSession);
   const std::u16string user = ProcessUtils::GetUserName(own);
   TxImpersonateSession session;
 };
@@ -91,7 +92,7 @@ TEST_F(Impersonation, StartsAndStopsAndIsReset) {
 }
 
 TEST_F(Impersonation, OfNoSessionInParticularIsThatOfTheProcess) {
-  ASSERT_TRUE(session.Init(kNone));
+  ASSERT_TRUE(session.Init(kNoSession));
   EXPECT_EQ(session.SessionId(), static_cast<std::int32_t>(own));
 }
 
@@ -254,7 +255,7 @@ TEST_F(Impersonation, IsSeenByGetSessionID) {
   ASSERT_TRUE(session.Init(own));
   ASSERT_TRUE(session.Start());
   Fail("ProcessIdToSessionId");
-  EXPECT_EQ(ProcessUtils::GetSessionID(true, kNone), own);
+  EXPECT_EQ(ProcessUtils::GetSessionID(true, kNoSession), own);
   platform::test::DisarmFaults();
   EXPECT_TRUE(session.Stop());
 }
@@ -280,7 +281,7 @@ INSTANTIATE_TEST_SUITE_P(, ShellsToken,
 TEST_P(ShellsToken, IsNotHadWhenAStepToItFails) {
   const support::Machine machine;
   const Shell shell;
-  const std::uint32_t own = ProcessUtils::GetSessionID(false, kNone);
+  const std::uint32_t own = ProcessUtils::GetSessionID(false, kNoSession);
   TxImpersonateSession session;
   const LogLines lines;
   platform::test::ArmFaultsOf({"WTSQueryUserToken", GetParam().call}, 5);
@@ -295,7 +296,7 @@ class SessionFaults : public Impersonation {};
 TEST_F(SessionFaults, OfTheThreadsTokenAreLoggedAndTheProcesssSessionIsTaken) {
   const LogLines lines;
   Fail("OpenThreadToken", 5);
-  EXPECT_EQ(ProcessUtils::GetSessionID(true, kNone), own);
+  EXPECT_EQ(ProcessUtils::GetSessionID(true, kNoSession), own);
   EXPECT_THAT(lines.All(),
               ElementsAre(StartsWith("E ProcessUtils::GetSessionID(): OpenThreadToken(0xfffffffe) failed; (5) ")));
 }
@@ -305,7 +306,7 @@ TEST_F(SessionFaults, OfATokenThatTellsNothingAreLoggedAndTheProcesssSessionIsTa
   ASSERT_TRUE(session.Start());
   const LogLines lines;
   Fail("GetTokenInformation", 5);
-  EXPECT_EQ(ProcessUtils::GetSessionID(true, kNone), own);
+  EXPECT_EQ(ProcessUtils::GetSessionID(true, kNoSession), own);
   platform::test::DisarmFaults();
   EXPECT_THAT(lines.All(), ElementsAre(StartsWith("E ProcessUtils::GetSessionID(): GetTokenInformation(0x")));
   EXPECT_TRUE(session.Stop());
@@ -314,7 +315,7 @@ TEST_F(SessionFaults, OfATokenThatTellsNothingAreLoggedAndTheProcesssSessionIsTa
 TEST_F(SessionFaults, OfTheProcessAreLoggedAndThereIsNone) {
   const LogLines lines;
   Fail("ProcessIdToSessionId", 5);
-  EXPECT_EQ(ProcessUtils::GetSessionID(false, kNone), kNone);
+  EXPECT_EQ(ProcessUtils::GetSessionID(false, kNoSession), kNoSession);
   EXPECT_THAT(lines.All(),
               ElementsAre(StartsWith(Format("E ProcessUtils::GetSessionID(): ProcessIdToSessionId(%d) failed; (5) ",
                                             platform::GetCurrentProcessId()))));

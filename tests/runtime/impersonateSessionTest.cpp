@@ -6,16 +6,16 @@
 #include "platform/session.h"
 #include "runtime/processUtils.h"
 #include "tests/runtime/logLines.h"
+#include "tests/runtime/noSession.h"
 
 namespace {
 
 using runtime::TxImpersonateSession;
+using runtimeTests::kNoSession;
 using runtimeTests::LogLines;
 using testing::ElementsAre;
 using testing::IsEmpty;
 namespace ProcessUtils = runtime::ProcessUtils;
-
-constexpr std::uint32_t kNone = 0xFFFFFFFF;
 
 TEST(GetSessionID, IsTheOneThatItIsGiven) {
   EXPECT_EQ(ProcessUtils::GetSessionID(true, 0), 0u);
@@ -26,8 +26,8 @@ TEST(GetSessionID, IsElseThatOfTheProcessAndSaysNothing) {
   const LogLines lines;
   platform::DWORD own = 0;
   ASSERT_TRUE(platform::ProcessIdToSessionId(platform::GetCurrentProcessId(), &own));
-  EXPECT_EQ(ProcessUtils::GetSessionID(false, kNone), own);
-  EXPECT_EQ(ProcessUtils::GetSessionID(true, kNone), own);
+  EXPECT_EQ(ProcessUtils::GetSessionID(false, kNoSession), own);
+  EXPECT_EQ(ProcessUtils::GetSessionID(true, kNoSession), own);
   EXPECT_THAT(lines.All(), IsEmpty());
 }
 
@@ -35,7 +35,7 @@ TEST(GetUserName, IsThatOfTheProcesssUser) {
   char16_t name[260] = {};
   platform::DWORD size = 260;
   ASSERT_TRUE(platform::GetUserNameW(name, &size));
-  EXPECT_EQ(ProcessUtils::GetUserName(kNone), std::u16string(name));
+  EXPECT_EQ(ProcessUtils::GetUserName(kNoSession), std::u16string(name));
 }
 
 TEST(TxImpersonateSession, BeginsEmpty) {

@@ -31,8 +31,8 @@ class PollThreadFaults : public testing::Test {
   const RCPtr<TxPollThread> thread{new TxPollThread("test")};
 };
 
-struct IdleItem : TxPollItem {
-  IdleItem() : TxPollItem("item") {}
+struct ItemWithoutAJob : TxPollItem {
+  ItemWithoutAJob() : TxPollItem("item") {}
   bool Run(bool) override { return true; }
 };
 
@@ -46,7 +46,7 @@ TEST_F(PollThreadFaults, WithoutAThreadToStartIsNotStarted) {
 
 TEST_F(PollThreadFaults, ThatShouldStartAtItsFirstItemTakesNoneWhenItCannot) {
   thread->SetAutoStart(true);
-  const RCPtr<TxPollItem> item(new IdleItem);
+  const RCPtr<TxPollItem> item(new ItemWithoutAJob);
   platform::test::ArmFaultsOf("CreateThread", 8);
   EXPECT_FALSE(thread->AddItem(item));
   EXPECT_THAT(lines.All(), ElementsAre("E TxPollThread::StartScheduler(): test: Failed to start scheduler thread",

@@ -63,8 +63,6 @@ class RCObjectTest : public testing::Test {
 using RCPtrTest = RCObjectTest;
 using WkPtrTest = RCObjectTest;
 
-}  // namespace
-
 TEST_F(RCObjectTest, StartsAtZeroAndTheFirstPointerMakesItOne) {
   auto* const thing = new Thing;
   EXPECT_EQ(thing->Count(), 0u);
@@ -303,3 +301,5 @@ TEST_F(WkPtrTest, LockingWhileTheLastReferenceGoesGivesTheObjectOrNothing) {
     ASSERT_EQ(alive, 0);
   }
 }
+
+}  // namespace

@@ -28,33 +28,33 @@ constexpr int kThreads = 8;
 constexpr std::chrono::seconds kTime(LUMENAR_STRESS_SECONDS);
 constexpr const char* kMark = "of the stress";
 
-struct Thing : runtime::RCObject {
-  ~Thing() override { alive = false; }
+struct StressedThing : runtime::RCObject {
+  ~StressedThing() override { alive = false; }
   std::atomic<bool> alive = true;
 };
 
 // What each thread makes anew again and again, and what the others try to get hold of.
 class Exchange {
  public:
-  void Offer(std::size_t place, const RCPtr<Thing>& thing) {
-    const WkPtr<Thing> weak(thing);
+  void Offer(std::size_t place, const RCPtr<StressedThing>& thing) {
+    const WkPtr<StressedThing> weak(thing);
     const std::lock_guard guard(lock_);
     offered_.at(place) = weak;
   }
-  [[nodiscard]] WkPtr<Thing> Look(std::size_t place) {
+  [[nodiscard]] WkPtr<StressedThing> Look(std::size_t place) {
     const std::lock_guard guard(lock_);
     return offered_.at(place);
   }
 
  private:
   std::mutex lock_;
-  std::array<WkPtr<Thing>, kThreads> offered_;
+  std::array<WkPtr<StressedThing>, kThreads> offered_;
 };
 
 // A job that must never run beside itself.
-class Item : public TxPollItem {
+class StressedItem : public TxPollItem {
  public:
-  explicit Item(bool always) : TxPollItem("stress"), stays(always) {}
+  explicit StressedItem(bool always) : TxPollItem("stress"), stays(always) {}
   bool Run(bool) override {
     if (running.exchange(true)) ++overlaps;
     ++runs;
@@ -82,7 +82,8 @@ class CountingWriter : public runtimeTests::RecordingWriter {
 
 struct Shared {
   Shared() {
-    for (RCPtr<Item>& item : common) poll->AddItem(item = new Item(true), new TxEvent(false, false), 60'000);
+    for (RCPtr<StressedItem>& item : common)
+      poll->AddItem(item = new StressedItem(true), new TxEvent(false, false), 60'000);
     EXPECT_TRUE(poll->StartScheduler());
   }
   ~Shared() {
@@ -94,7 +95,7 @@ struct Shared {
 
   Exchange exchange;
   RCPtr<runtime::TxPollThread> poll{new runtime::TxPollThread("stress")};
-  std::array<RCPtr<Item>, kThreads> common;  // On the thread all the time, for everybody to disturb.
+  std::array<RCPtr<StressedItem>, kThreads> common;  // On the thread all the time, for everybody to disturb.
   std::atomic<int> logged = 0;
   std::atomic<int> dead = 0;
   std::atomic<int> overlaps = 0;
@@ -121,11 +122,11 @@ class Worker {
   std::size_t Any() { return random_() % kThreads; }
 
   void Count() {
-    const RCPtr<Thing> fresh(new Thing);
+    const RCPtr<StressedThing> fresh(new StressedThing);
     thing_ = fresh;
     shared_.exchange.Offer(place_, fresh);
-    const WkPtr<Thing> weak = shared_.exchange.Look(Any());
-    const RCPtr<Thing> strong = weak.Lock();
+    const WkPtr<StressedThing> weak = shared_.exchange.Look(Any());
+    const RCPtr<StressedThing> strong = weak.Lock();
     if (strong && !strong->alive) ++shared_.dead;
   }
 
@@ -136,7 +137,7 @@ class Worker {
   }
 
   void MoveItems() {
-    const RCPtr<Item> other = shared_.common.at(Any());
+    const RCPtr<StressedItem> other = shared_.common.at(Any());
     switch (random_() % 6) {
       case 0: shared_.poll->AddItem(own_, RCPtr(new TxEvent(false, true)), TxPollItem::kNoTimeout); break;
       case 1: shared_.poll->RemoveItem(own_, random_() % 2 == 0); break;
@@ -153,8 +154,8 @@ class Worker {
   Shared& shared_;
   const std::size_t place_;
   std::minstd_rand random_;
-  RCPtr<Thing> thing_;
-  const RCPtr<Item> own_{new Item(false)};  // Nobody else adds or removes it.
+  RCPtr<StressedThing> thing_;
+  const RCPtr<StressedItem> own_{new StressedItem(false)};  // Nobody else adds or removes it.
 };
 
 TEST(Stress, EightThreadsCountLogAndMoveItemsAndNothingIsLost) {
@@ -173,7 +174,7 @@ TEST(Stress, EightThreadsCountLogAndMoveItemsAndNothingIsLost) {
       });
     }
     for (std::thread& thread : threads) thread.join();
-    for (const RCPtr<Item>& item : shared.common) {
+    for (const RCPtr<StressedItem>& item : shared.common) {
       EXPECT_EQ(item->overlaps, 0);
       EXPECT_GT(item->runs, 0);
     }

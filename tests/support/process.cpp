@@ -48,4 +48,9 @@ std::string Hear() {
 
 std::string Beside(const std::string& file) { return (std::filesystem::path(OwnPath()).parent_path() / file).string(); }
 
+std::string ProgramPath() {
+  const std::filesystem::path own = OwnPath();
+  return (own.parent_path().parent_path() / "lumenar-url-protocol-launch-helper").string() + own.extension().string();
+}
+
 }  // namespace support

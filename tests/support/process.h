@@ -73,6 +73,9 @@ void Say(const std::string& line);
 [[nodiscard]] std::string OwnPath();
 [[nodiscard]] std::string Beside(const std::string& file);
 
+// The path of the program that the tests are of.
+[[nodiscard]] std::string ProgramPath();
+
 // The environment of this process.
 void SetEnvironment(const std::string& name, const std::string& value);
 void UnsetEnvironment(const std::string& name);

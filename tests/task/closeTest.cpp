@@ -12,8 +12,6 @@ namespace {
 using namespace task;
 using namespace std::chrono_literals;
 
-constexpr int kRepetitions = 1000;
-
 TEST(CloseFromWithin, LetsATimersFunctionRunOnAndThenDestroysIt) {
   Executor executor;
   for (int i = 0; i < kRepetitions; ++i) {

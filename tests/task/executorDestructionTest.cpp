@@ -10,8 +10,6 @@ namespace {
 using namespace task;
 using namespace std::chrono_literals;
 
-constexpr int kRepetitions = 1000;
-
 TEST(ExecutorDestruction, EndsTheTasksThatNobodyHolds) {
   for (int i = 0; i < kRepetitions; ++i) {
     Signal signal;

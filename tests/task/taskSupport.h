@@ -13,6 +13,9 @@ namespace task {
 using namespace platform;
 using namespace quill::task;
 
+// How often what may race is tried.
+inline constexpr int kRepetitions = 1000;
+
 // Set once, and then it stays.
 class Signal {
  public:

@@ -15,11 +15,8 @@ using testing::IsEmpty;
 
 constexpr const char* kOriginUnknown = "CheckAppPathSettings: Url Redirection origin is unknown.\n";
 constexpr const char* kNoLegacyRoot = "CheckAppPathSettings: Failed to open legacy Url Redirection root key.\n";
-constexpr const char* kEnabled = "CheckAppPathSettings: Url Redirection is enabled.\n";
 constexpr const char* kLegacyEnabled = "CheckAppPathSettings: Legacy Url Redirection is enabled.\n";
 constexpr const char* kNoPolicy = "Failed to get app path settings.\n";
-constexpr const char16_t* kRoot32 = u"Software\\Wow6432Node\\Corvane\\Lumenar\\URLRedirection";
-constexpr const char16_t* kLegacyRoot32 = u"Software\\Wow6432Node\\Tavrix, Inc.\\Tavrix GLD\\URLRedirection";
 
 class AppPathSettings : public TracedTest {
  protected:

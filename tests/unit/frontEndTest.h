@@ -17,11 +17,17 @@ using support::Hive;
 // The roots of the settings, in either hive.
 inline constexpr const char16_t* kRoot = u"Software\\Corvane\\Lumenar\\URLRedirection";
 inline constexpr const char16_t* kLegacyRoot = u"Software\\Tavrix, Inc.\\Tavrix GLD\\URLRedirection";
+// The user's 32-bit view of them.
+inline constexpr const char16_t* kRoot32 = u"Software\\Wow6432Node\\Corvane\\Lumenar\\URLRedirection";
+inline constexpr const char16_t* kLegacyRoot32 = u"Software\\Wow6432Node\\Tavrix, Inc.\\Tavrix GLD\\URLRedirection";
 inline constexpr const char16_t* kPolicy = u"Software\\Policies\\Corvane\\Lumenar\\URLRedirection\\apppath";
 inline constexpr const char16_t* kLegacyPolicy =
     u"Software\\Policies\\Tavrix, Inc.\\Tavrix GLD\\URLRedirection\\apppath";
 inline constexpr const char16_t* kInstallKey = u"Software\\Corvane\\Lumenar";
 inline constexpr const char16_t* kInstallKey32 = u"Software\\Wow6432Node\\Corvane\\Lumenar";
+
+// What the log says of a machine whose settings allow app paths.
+inline constexpr const char* kEnabled = "CheckAppPathSettings: Url Redirection is enabled.\n";
 
 // The setting has not been read, and no file has been named.
 inline void ForgetLogState() {

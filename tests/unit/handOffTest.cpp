@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "tests/support/meeting.h"
 #include "tests/unit/frontEndTest.h"
+#include "tests/unit/helperClass.h"
 
 namespace unit {
 namespace {
@@ -64,15 +64,6 @@ TEST_F(HandOffs, ToAWindowOfAnotherThreadArriveAsACopy) {
   EXPECT_EQ(receivedByThread.sender, 0u);
   EXPECT_EQ(receivedByThread.size, 65536u);
   EXPECT_EQ(receivedByThread.units, text);
-}
-
-support::Signal mayAnswer;
-
-platform::LRESULT AnswerLate(platform::HWND window, platform::UINT message, platform::WPARAM wParam,
-                             platform::LPARAM lParam) {
-  if (message != platform::WM_COPYDATA) return platform::DefWindowProcW(window, message, wParam, lParam);
-  mayAnswer.Await();
-  return 0;
 }
 
 TEST_F(HandOffs, ToAWindowThatDoesNotAnswerFail) {

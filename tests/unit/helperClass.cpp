@@ -74,4 +74,13 @@ HelperClassThread::~HelperClassThread() {
   thread_.join();
 }
 
+support::Signal mayAnswer;
+
+platform::LRESULT AnswerLate(platform::HWND window, platform::UINT message, platform::WPARAM wParam,
+                             platform::LPARAM lParam) {
+  if (message != platform::WM_COPYDATA) return platform::DefWindowProcW(window, message, wParam, lParam);
+  mayAnswer.Await();
+  return 0;
+}
+
 }  // namespace unit

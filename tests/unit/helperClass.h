@@ -36,4 +36,9 @@ class HelperClassThread {
   std::thread thread_;
 };
 
+// For a window that answers what it is handed only once it may.
+extern support::Signal mayAnswer;
+platform::LRESULT AnswerLate(platform::HWND window, platform::UINT message, platform::WPARAM wParam,
+                             platform::LPARAM lParam);
+
 }  // namespace unit

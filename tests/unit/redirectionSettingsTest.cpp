@@ -23,10 +23,6 @@ using testing::IsEmpty;
 
 using Bytes = std::vector<std::uint8_t>;
 
-// The user's 32-bit view of the roots.
-constexpr const char16_t* kRoot32 = u"Software\\Wow6432Node\\Corvane\\Lumenar\\URLRedirection";
-constexpr const char16_t* kLegacyRoot32 = u"Software\\Wow6432Node\\Tavrix, Inc.\\Tavrix GLD\\URLRedirection";
-
 class RedirectionSettings : public TracedTest {};
 
 // ---- The origin. ----

@@ -10,6 +10,7 @@
 #include "settings/registryAccess.h"
 #include "tests/support/machine.h"
 #include "tests/support/process.h"
+#include "tests/unit/registryAccessSupport.h"
 
 namespace unit {
 namespace {
@@ -19,8 +20,6 @@ using settings::kReadAccess;
 using support::Hive;
 using testing::ElementsAre;
 
-constexpr const char16_t* kPath = u"Software\\LumenarTest";
-constexpr const char16_t* kNativePath = u"\\Registry\\Machine\\Software\\LumenarTest";
 constexpr platform::DWORD kError = platform::ERROR_NOT_ENOUGH_MEMORY;
 
 std::string CallsOf(unsigned failAt, platform::NTSTATUS* status, UniqueNativeKey& key) {

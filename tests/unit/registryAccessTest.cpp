@@ -11,6 +11,7 @@
 #include "platform/raii.h"
 #include "tests/support/machine.h"
 #include "tests/support/targets.h"
+#include "tests/unit/registryAccessSupport.h"
 
 namespace unit {
 namespace {
@@ -22,8 +23,6 @@ using settings::kReadAccess;
 using support::Hive;
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr const char16_t* kPath = u"Software\\LumenarTest";
-constexpr const char16_t* kNativePath = u"\\Registry\\Machine\\Software\\LumenarTest";
 constexpr DWORD kCanary = 0xCACACACA;
 
 Bytes Count(std::size_t size) {

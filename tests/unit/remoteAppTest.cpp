@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "tests/support/meeting.h"
 #include "tests/unit/frontEndTest.h"
+#include "tests/unit/helperClass.h"
 
 namespace unit {
 namespace {
@@ -178,15 +178,6 @@ TEST_F(RemoteAppWithout, AHelperIsZero) {
   SetLogging(true);
   EXPECT_EQ(StartRemoteApp(u"x", u"host", u"item", UrlOrigin::Client), 0);
   EXPECT_THAT(log.Files(), IsEmpty());
-}
-
-support::Signal mayAnswer;
-
-platform::LRESULT AnswerLate(platform::HWND window, platform::UINT message, platform::WPARAM wParam,
-                             platform::LPARAM lParam) {
-  if (message != platform::WM_COPYDATA) return platform::DefWindowProcW(window, message, wParam, lParam);
-  mayAnswer.Await();
-  return 0;
 }
 
 TEST_F(RemoteAppWithout, AnAnswerIsOne) {

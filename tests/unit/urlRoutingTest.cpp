@@ -17,7 +17,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-constexpr const char* kEnabled = "CheckAppPathSettings: Url Redirection is enabled.\n";
 constexpr const char* kLine = "\"C:\\Client\\lumenar-client.exe\" \"lumenar-client://host1/calc?url=apppathrd%2Fpath=";
 
 class UrlRouting : public TracedTest {
