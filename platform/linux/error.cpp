@@ -2,10 +2,10 @@
 
 namespace platform {
 namespace {
-thread_local DWORD lastError = ERROR_SUCCESS;
+thread_local DWORD errorOfThisThread = ERROR_SUCCESS;
 }
 
-DWORD GetLastError() noexcept { return lastError; }
-void SetLastError(DWORD error) noexcept { lastError = error; }
+DWORD GetLastError() noexcept { return errorOfThisThread; }
+void SetLastError(DWORD error) noexcept { errorOfThisThread = error; }
 
 }  // namespace platform

@@ -10,8 +10,6 @@
 namespace streams {
 namespace {
 
-using LinkState = LmIpclibLink::State;
-
 class Link : public StreamFixture {
  public:
   [[nodiscard]] static std::shared_ptr<LmIpclibMsg> Message(std::string_view data = "x") {

@@ -16,6 +16,7 @@ namespace streams {
 
 using namespace quill::ipc;
 using Executor = quill::task::TaskExecutor;
+using LinkState = LmIpclibLink::State;
 
 inline constexpr platform::GUID kEndpoint{0x11223344, 0x5566, 0x7788, {1, 2, 3, 4, 5, 6, 7, 8}};
 

@@ -16,8 +16,6 @@
 
 namespace streams {
 
-using LinkState = LmIpclibLink::State;
-
 class SharedLink : public testing::Test {
  public:
   SharedLink() = default;
