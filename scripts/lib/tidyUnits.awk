@@ -1,10 +1,17 @@
-# From a compile_commands.json: one with fewer entries, in FOLDER. The tree's sources with the same flags are one unit, a file
-# in FOLDER that includes them, for nearly all the work on a source is to read its headers. Prints the units' names.
+# From a build's compile_commands.json: one with fewer entries, in FOLDER. All of the tree's sources with the same flags are
+# one unit, a file in FOLDER that includes them, for nearly all the work on a source is to read its headers. What the build
+# compiles may itself be units of a few sources. Prints the units' names.
 # Variables: root (the tree's folder), folder.
 
 function unit_of(key, target, file) {
   if (!(key in units)) units[key] = (file ~ ("^" root "/tests/") ? "tests/" : "") target (uses[target]++ ? uses[target] : "") ".cpp"
   return units[key]
+}
+
+function add(file) {
+  if (index(file, root "/") != 1 || index(file, root "/build/") == 1) return
+  if (!(file in commands)) files[++count] = file
+  commands[file] = command  # Of a source that is built twice (the platform layer), the tests' build.
 }
 
 /^  "command":/ {
@@ -15,9 +22,8 @@ function unit_of(key, target, file) {
 /^  "file":/ {
   file = $0
   gsub(/^  "file": "|",?$/, "", file)
-  if (index(file, root "/") != 1 || index(file, root "/build/") == 1) next
-  if (!(file in commands)) files[++count] = file
-  commands[file] = command  # Of a source that is built twice (the platform layer), the tests' build.
+  if (file !~ /\/Unity\/unity_[^\/]*$/) add(file)
+  else while ((getline line < file) > 0) if (sub(/^#include "/, "", line) && sub(/"$/, "", line)) add(line)
 }
 
 END {
