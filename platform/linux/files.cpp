@@ -15,6 +15,7 @@
 #include "platform/linux/environment.h"
 #include "platform/linux/faults.h"
 #include "platform/linux/machine.h"
+#include "platform/linux/wholeFile.h"
 
 namespace platform {
 
@@ -22,20 +23,6 @@ struct TextStream {
   Descriptor file;
   std::string pending;  // Written when the stream is closed, in one piece, so that writers do not mix.
 };
-
-namespace {
-
-bool WriteAll(int file, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = write(file, bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-}  // namespace
 
 TextStream* _wfopen(const char16_t* path, const char16_t* mode) noexcept try {
   if (FaultInjected("_wfopen")) return nullptr;

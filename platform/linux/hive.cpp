@@ -10,9 +10,9 @@
 
 #include "platform/error.h"
 #include "platform/linux/hiveCount.h"
-#include "platform/linux/hiveFile.h"
 #include "platform/linux/hostError.h"
 #include "platform/linux/machine.h"
+#include "platform/linux/wholeFile.h"
 
 namespace platform::registry {
 namespace {

@@ -16,7 +16,7 @@ using handles::Poll;
 
 constexpr const char* kEventName = "Local\\Lumenar Test: an event. \xE4";
 
-UniqueEvent Open(bool manualReset, bool initialState) {
+UniqueEvent OpenNamed(bool manualReset, bool initialState) {
   return UniqueEvent(CreateEventA(nullptr, manualReset, initialState, kEventName));
 }
 
@@ -30,9 +30,9 @@ TEST(NamedEvent, WithoutANameIsAlwaysNew) {
 
 TEST(NamedEvent, IsNewOnceAndKeepsItsKindAndState) {
   const support::Machine machine;
-  const UniqueEvent first = Open(true, true);
+  const UniqueEvent first = OpenNamed(true, true);
   EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
-  const UniqueEvent second = Open(false, false);
+  const UniqueEvent second = OpenNamed(false, false);
   EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
   EXPECT_EQ(Poll(second), WAIT_OBJECT_0);
   EXPECT_EQ(Poll(second), WAIT_OBJECT_0);
@@ -42,8 +42,8 @@ TEST(NamedEvent, IsNewOnceAndKeepsItsKindAndState) {
 
 TEST(NamedEvent, BeginsAnewWhenAllHandlesWereClosed) {
   const support::Machine machine;
-  Open(true, true).reset();
-  const UniqueEvent again = Open(false, false);
+  OpenNamed(true, true).reset();
+  const UniqueEvent again = OpenNamed(false, false);
   EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
   EXPECT_EQ(Poll(again), WAIT_TIMEOUT);
 }
@@ -80,8 +80,8 @@ TEST(NamedEvent, IsOpenedForWaitingOnlyWhereItExists) {
 
 TEST(NamedEvent, OfAutoResetIsConsumedByOneWaitHoweverOftenItWasSet) {
   const support::Machine machine;
-  const UniqueEvent first = Open(false, false);
-  const UniqueEvent second = Open(false, false);
+  const UniqueEvent first = OpenNamed(false, false);
+  const UniqueEvent second = OpenNamed(false, false);
   ASSERT_TRUE(SetEvent(first.get()));
   ASSERT_TRUE(SetEvent(second.get()));
   EXPECT_EQ(Poll(second), WAIT_OBJECT_0);
@@ -90,7 +90,7 @@ TEST(NamedEvent, OfAutoResetIsConsumedByOneWaitHoweverOftenItWasSet) {
 
 TEST(NamedEvent, MayBeSetAnyNumberOfTimes) {
   const support::Machine machine;
-  const UniqueEvent event = Open(true, false);
+  const UniqueEvent event = OpenNamed(true, false);
   for (int i = 0; i < 10'000; ++i) ASSERT_TRUE(SetEvent(event.get()));
   EXPECT_EQ(Poll(event), WAIT_OBJECT_0);
   ASSERT_TRUE(ResetEvent(event.get()));
@@ -100,13 +100,13 @@ TEST(NamedEvent, MayBeSetAnyNumberOfTimes) {
 TEST(NamedEvent, SharesItsNameWithNoMutex) {
   const support::Machine machine;
   const UniqueMutex mutex(CreateMutexA(nullptr, false, kEventName));
-  EXPECT_FALSE(Open(true, false));
+  EXPECT_FALSE(OpenNamed(true, false));
   EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
 
 TEST(NamedMutex, SharesItsNameWithNoEvent) {
   const support::Machine machine;
-  const UniqueEvent event = Open(true, false);
+  const UniqueEvent event = OpenNamed(true, false);
   EXPECT_FALSE(CreateMutexA(nullptr, false, kEventName));
   EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
@@ -118,7 +118,7 @@ TEST(NamedEvent, WithABackslashLeadsNowhere) {
 }
 
 CHILD_BODY(SetsTheEventWhenTold) {
-  const UniqueEvent event = Open(true, false);
+  const UniqueEvent event = OpenNamed(true, false);
   support::Say(GetLastError() == ERROR_ALREADY_EXISTS ? "exists" : "new");
   static_cast<void>(support::Hear());
   SetEvent(event.get());
@@ -128,7 +128,7 @@ CHILD_BODY(SetsTheEventWhenTold) {
 
 TEST(NamedEvent, WakesAnotherProcess) {
   const support::Machine machine;
-  const UniqueEvent event = Open(false, false);
+  const UniqueEvent event = OpenNamed(false, false);
   support::Process child = support::StartChild("SetsTheEventWhenTold");
   ASSERT_EQ(child.Hear(), "exists");
   EXPECT_EQ(Poll(event), WAIT_TIMEOUT);
@@ -142,7 +142,7 @@ TEST(NamedEvent, KeepsItsStateAfterTheProcessThatMadeIt) {
   const support::Machine machine;
   support::Process child = support::StartChild("SetsTheEventWhenTold");
   ASSERT_EQ(child.Hear(), "new");
-  const UniqueEvent event = Open(false, false);
+  const UniqueEvent event = OpenNamed(false, false);
   child.Say("set");
   child.Say("end");
   ASSERT_EQ(child.Wait(), 0);

@@ -10,7 +10,7 @@ namespace {
 using namespace platform;
 
 constexpr GUID kId{0x875AC244, 0xB80A, 0x420E, {0x90, 0xA2, 0x9C, 0x69, 0xDF, 0xD8, 0xE7, 0x28}};
-constexpr char16_t kText[] = u"875ac244-b80a-420e-90a2-9c69dfd8e728";
+constexpr char16_t kIdText[] = u"875ac244-b80a-420e-90a2-9c69dfd8e728";
 
 std::u16string TextOf(const GUID& id) {
   char16_t* text = nullptr;
@@ -32,11 +32,11 @@ TEST(Uuid, IsNewEachTime) {
   EXPECT_EQ(texts.size(), 100u);
 }
 
-TEST(Uuid, PrintsInSmallLetters) { EXPECT_EQ(TextOf(kId), kText); }
+TEST(Uuid, PrintsInSmallLetters) { EXPECT_EQ(TextOf(kId), kIdText); }
 
 TEST(Uuid, IsReadInEitherCase) {
   GUID id{};
-  EXPECT_EQ(UuidFromStringW(kText, &id), RPC_S_OK);
+  EXPECT_EQ(UuidFromStringW(kIdText, &id), RPC_S_OK);
   EXPECT_EQ(id, kId);
   id = {};
   EXPECT_EQ(UuidFromStringW(u"875AC244-B80A-420E-90A2-9C69DFD8E728", &id), RPC_S_OK);

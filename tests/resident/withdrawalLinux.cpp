@@ -24,7 +24,7 @@ namespace files = std::filesystem;
 constexpr int kBetweenLooks = 20;
 constexpr int kTries = 6'000;
 
-std::string BytesOf(const files::path& path) {
+std::string Contents(const files::path& path) {
   std::ifstream stream(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(stream), {}};
 }
@@ -57,10 +57,10 @@ class WholeWithdrawal : public ResidentTest {
   // All but the daily log, which tells of what happened.
   [[nodiscard]] State Look() const {
     const files::path drive = machine.HostPath(u"C:");
-    State state{.userHive = BytesOf(drive.parent_path() / "user.reg"), .disk = {}};
+    State state{.userHive = Contents(drive.parent_path() / "user.reg"), .disk = {}};
     for (const auto& entry : files::recursive_directory_iterator(drive)) {
       if (entry.path().extension() == ".log") continue;
-      state.disk[entry.path().string()] = entry.is_regular_file() ? BytesOf(entry.path()) : "";
+      state.disk[entry.path().string()] = entry.is_regular_file() ? Contents(entry.path()) : "";
     }
     return state;
   }

@@ -24,7 +24,7 @@ using runtime::TxEvent;
 using runtime::TxPollItem;
 using runtime::WkPtr;
 
-constexpr int kThreads = 8;
+constexpr int kStressThreads = 8;
 constexpr std::chrono::seconds kTime(LUMENAR_STRESS_SECONDS);
 constexpr const char* kMark = "of the stress";
 
@@ -48,7 +48,7 @@ class Exchange {
 
  private:
   std::mutex lock_;
-  std::array<WkPtr<StressedThing>, kThreads> offered_;
+  std::array<WkPtr<StressedThing>, kStressThreads> offered_;
 };
 
 // A job that must never run beside itself.
@@ -95,7 +95,7 @@ struct Shared {
 
   Exchange exchange;
   RCPtr<runtime::TxPollThread> poll{new runtime::TxPollThread("stress")};
-  std::array<RCPtr<StressedItem>, kThreads> common;  // On the thread all the time, for everybody to disturb.
+  std::array<RCPtr<StressedItem>, kStressThreads> common;  // On the thread all the time, for everybody to disturb.
   std::atomic<int> logged = 0;
   std::atomic<int> dead = 0;
   std::atomic<int> overlaps = 0;
@@ -119,7 +119,7 @@ class Worker {
   }
 
  private:
-  std::size_t Any() { return random_() % kThreads; }
+  std::size_t Any() { return random_() % kStressThreads; }
 
   void Count() {
     const RCPtr<StressedThing> fresh(new StressedThing);
@@ -164,9 +164,9 @@ TEST(Stress, EightThreadsCountLogAndMoveItemsAndNothingIsLost) {
   runtime::GetDefaultLogger()->AddWriter("stress", writer);
   {
     Shared shared;
-    support::StartLine start(kThreads);
+    support::StartLine start(kStressThreads);
     std::vector<std::thread> threads;
-    for (std::size_t place = 0; place < kThreads; ++place) {
+    for (std::size_t place = 0; place < kStressThreads; ++place) {
       threads.emplace_back([&, place] {
         Worker worker(shared, place);
         start.ArriveAndWait();

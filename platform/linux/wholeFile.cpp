@@ -1,10 +1,10 @@
-#include "platform/linux/hiveFile.h"
+#include "platform/linux/wholeFile.h"
 
 #include <unistd.h>
 
 #include <cerrno>
 
-namespace platform::registry {
+namespace platform {
 
 std::optional<std::string> ReadAll(int file, std::size_t expected) {
   std::string bytes(expected + 1, '\0');
@@ -25,10 +25,10 @@ bool WriteAll(int file, std::string_view bytes) noexcept {
   while (!bytes.empty()) {
     const ssize_t written = write(file, bytes.data(), bytes.size());
     if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
+    if (written <= 0) return false;
     bytes.remove_prefix(static_cast<std::size_t>(written));
   }
   return true;
 }
 
-}  // namespace platform::registry
+}  // namespace platform
