@@ -68,7 +68,11 @@ int main(int argc, char** argv) {
   const unsigned count = bench::CountFrom(argc, argv, "--streams", 10'000);
   const auto executor = quill::task::CreateWindowsThreadPoolExecutor(nullptr, 0);
   const streams::Wire wires[] = {streams::Wire(kChannelSize), streams::Wire(kChannelSize)};
-  std::shared_ptr<OpenLink> links[] = {std::make_shared<OpenLink>(), std::make_shared<OpenLink>()};
+  Countdown closed(2);
+  const auto newLink = [&closed] {
+    return std::make_shared<OpenLink>([](LmIpclibLink&) {}, [&closed](LmIpclibLink&) { closed.One(); });
+  };
+  const std::shared_ptr<OpenLink> links[] = {newLink(), newLink()};
   const auto listener =
       std::make_shared<LmIpclibLinkListener>(streams::kEndpoint, [](const std::shared_ptr<LmIpclibStream>& stream) {
         return stream->accept({}, [](LmIpcStatusCode, const std::shared_ptr<LmIpclibMsg>&) {});
@@ -103,5 +107,6 @@ int main(int argc, char** argv) {
               memory / (count - 1), seconds * 1e6 / (count - 1));
   links[0]->close();
   ends.Await();
+  closed.Await();
   return 0;
 }

@@ -308,6 +308,19 @@ TEST_F(SharedLink, RefusesAnOpenWithAnAnswerForWantOfAListener) {
   EXPECT_EQ(link->state(), LinkState::Connected);
 }
 
+// As the control stream does when the listener refuses the stream at that moment.
+TEST_F(SharedLink, WhoseLastStreamIsErasedWhileItEndsIsClosed) {
+  Connect();
+  ASSERT_EQ(Send(stream, "on its way"), Status::Success);
+  pool::RunAll();
+  ASSERT_TRUE(stream->send({}, 1, "x", [&](Status, const std::shared_ptr<LmIpclibMsg>&) {
+    EXPECT_EQ(link->eraseStream(stream), Status::Success);
+  }));
+  link->shutdown();
+  pool::RunAll();
+  EXPECT_EQ(link->state(), LinkState::Closed);
+}
+
 TEST_F(SharedLink, IsEndedByAMessageToItsControlStreamAndTheProcessIsNot) {
   Connect();
   peer->Put(Of({RawBlock{.destination = 0}}), 1);

@@ -139,11 +139,13 @@ LmIpcStatusCode LmIpclibLink::removeStream(const std::shared_ptr<LmIpclibStream>
 }
 
 LmIpcStatusCode LmIpclibLink::eraseStream(const std::shared_ptr<LmIpclibStream>& stream) {
-  const Lock lock(m_lock);
+  Lock lock(m_lock);
   Trace(TraceChannel::Link, "> m_state: {}, linkId: {:#x}, streamId: {:#x}", state(), linkId_, stream->streamId());
   LinkTrace trace(LinkTrace::Begun{}, TraceChannel::Link, *this);
-  const bool erased = streams.erase(stream->streamId()) != 0;
-  return trace.ends(erased ? LmIpcStatusCode::Success : LmIpcStatusCode::NotFound);
+  if (streams.erase(stream->streamId()) == 0) return trace.ends(LmIpcStatusCode::NotFound);
+  // A link that has begun to end meanwhile counts on the stream to leave: nobody else would come to the check.
+  if (state() >= State::Closing) shutdownLinkWithCheck(lock);
+  return trace.ends(LmIpcStatusCode::Success);
 }
 
 bool LmIpclibLink::shutdownLinkWithCheck(Lock& lock) {

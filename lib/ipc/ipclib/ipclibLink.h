@@ -94,7 +94,7 @@ class LmIpclibLink : public std::enable_shared_from_this<LmIpclibLink> {
   LmIpcStatusCode addStream(const std::shared_ptr<LmIpclibStream>& stream);
   // The stream leaves; the link ends with the last one. NotFound: not a stream of this link, or its control stream.
   LmIpcStatusCode removeStream(const std::shared_ptr<LmIpclibStream>& stream);
-  // Takes addStream back.
+  // Takes addStream back. A link that has begun to end meanwhile ends with the last one, too.
   LmIpcStatusCode eraseStream(const std::shared_ptr<LmIpclibStream>& stream);
 
   // Takes new streams of the peer. Null where nobody listens.
