@@ -28,8 +28,8 @@
 #include "browser/extensionData.h"
 #include "platform/files.h"
 #include "platform/linux/descriptor.h"
-#include "platform/linux/hiveFile.h"
 #include "platform/linux/regFile.h"
+#include "platform/linux/wholeFile.h"
 #include "platform/text.h"
 #include "settings/browserType.h"
 #include "tests/bench/clientMachineLinux.h"
@@ -246,7 +246,7 @@ class Subject {
   // The quickest way to the bytes of a file.
   [[nodiscard]] std::string HiveText() const {
     const platform::Descriptor hive(open(machine_.HivePath().c_str(), O_RDONLY | O_CLOEXEC));
-    return registry::ReadAll(hive.get(), files::file_size(machine_.HivePath())).value_or("");
+    return platform::ReadAll(hive.get(), files::file_size(machine_.HivePath())).value_or("");
   }
 
   const BrowserMachine& machine_;
