@@ -130,13 +130,17 @@ TEST(SentMessage, ToAnotherThreadRunsOnThatThread) {
   const support::Machine machine;
   const std::thread::id owner = std::this_thread::get_id();
   std::thread::id ranOn;
+  support::Signal serving;
   const TestWindow window(u"LumenarTest_Window", [&](UINT message, WPARAM wParam, LPARAM) -> std::optional<LRESULT> {
     if (message == WM_USER + 1) PostQuitMessage(0);
+    if (message == WM_USER + 2) serving.Give();
     if (message != WM_USER) return std::nullopt;
     ranOn = std::this_thread::get_id();
     return static_cast<LRESULT>(wParam * 2);
   });
+  ASSERT_TRUE(PostMessageW(window.get(), WM_USER + 2, 0, 0));
   std::thread sender([&] {
+    serving.Await();  // A thread that has not asked for messages for 5 s, as this one may have not yet, counts as hung.
     std::uintptr_t result = 0;
     EXPECT_NE(Send(window.get(), WM_USER, 21, &result), 0);
     EXPECT_EQ(result, 42U);

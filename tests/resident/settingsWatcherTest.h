@@ -46,19 +46,25 @@ class SettingsWatcher : public ResidentTest {
     ASSERT_TRUE(thread_);
   }
 
-  // Starts the watcher, and makes it give one order by changes on that side. Nothing tells when it has begun to watch,
-  // and a change ahead of that is none for it: so one change follows the other until there is an order.
+  // Starts the watcher, and makes it give one order by changes on that side.
   void StartAndChange(Hive side) {
     Start();
+    ChangeUntil(platform::WM_USER, side, side == Hive::User ? kUserKey : kRoot);
+  }
+
+  // Changes that key until that order is given. Nothing tells when the watcher has begun to watch, and a change ahead
+  // of that is none for it; and Wine 8 forgets a change that comes between an order and the next watch, which Windows
+  // keeps.
+  void ChangeUntil(platform::UINT order, Hive side, const std::u16string& key) {
     std::atomic<bool> ordered = false;
     std::thread changes([&] {
       const platform::UniqueEvent never(platform::CreateEventW(nullptr, true, false, nullptr));
       while (!ordered) {
-        support::SetNumber(side, side == Hive::User ? kUserKey : kRoot, u"Change", ++changes_);
+        support::SetNumber(side, key, u"Change", ++changes_);
         platform::WaitForSingleObject(never.get(), kUntilNextTry);
       }
     });
-    Await(platform::WM_USER);
+    Await(order);
     ordered = true;
     changes.join();
   }
