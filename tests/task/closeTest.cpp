@@ -286,31 +286,19 @@ TEST(CloseWhileQueued, DropsTheCallbacksAndReleasesTheirArgumentsOnce) {
   }
 }
 
-UniqueEvent NewEvent() { return UniqueEvent(CreateEventW(nullptr, false, false, nullptr)); }
-
-void SetAndAwaitTaken(const UniqueEvent& event) {
-  do SetEvent(event.get());
-  while (WaitForSingleObject(event.get(), 0) == WAIT_OBJECT_0);
-}
-
-// The pool takes a signal a moment before it queues the callback, and one signal after the other: when it has taken
-// that of the follower, the callback is queued. Of a wait that is closed within that moment, Wine still runs the
-// callback.
 TEST(CloseWhileQueued, DropsAWaitsCallback) {
   Executor executor(true);
   for (int i = 0; i < kRepetitions; ++i) {
     std::atomic<int> runs{0};
     Gate gate(*executor);
-    Signal followed;
-    const auto [signal, next] = std::pair(NewEvent(), NewEvent());
-    auto wait = RunningWait(*executor, signal.get(), [&] { ++runs; });
-    const auto follower = RunningWait(*executor, next.get(), [&] { followed.Set(); });
-    SetAndAwaitTaken(signal);
-    SetAndAwaitTaken(next);
+    const PulseEvent signal;
+    auto wait = executor->create(signal.Handle(), [&] { ++runs; });
+    executor->start(wait);
+    Follower follower(*executor);
+    signal.PulseUntilTaken();
+    follower.AwaitItsTurn();
     executor->close(std::move(wait));
     gate.Open();
-    followed.Await();
-    executor->close(follower);
     EXPECT_EQ(runs, 0);
   }
 }

@@ -87,6 +87,45 @@ class Gate {
   std::shared_ptr<WtpWorkTaskContext> work_;
 };
 
+// An event that whoever waits for it consumes.
+class PulseEvent {
+ public:
+  [[nodiscard]] EventHandle Handle() const { return event_.get(); }
+  // Sets it until a wait of the pool has taken it.
+  void PulseUntilTaken() const {
+    do SetEvent(event_.get());
+    while (WaitForSingleObject(event_.get(), 0) == WAIT_OBJECT_0);
+  }
+
+ private:
+  UniqueEvent event_{CreateEventW(nullptr, false, false, nullptr)};
+};
+
+// Tells when the callback of a wait is queued whose signal has been taken. The pool takes a signal a moment before it
+// queues the callback, and one signal after the other: when it has taken the follower's, the callback is queued. Of a
+// wait that is stopped or closed within that moment, Wine still runs the callback.
+class Follower {
+ public:
+  explicit Follower(TaskExecutor& executor)
+      : executor_(executor), wait_(executor.create(signal_.Handle(), [this] { ran_.Set(); })) {
+    executor_.start(wait_);
+  }
+  Follower(const Follower&) = delete;
+  Follower& operator=(const Follower&) = delete;
+  // By then, no gate may stand in its way.
+  ~Follower() {
+    ran_.Await();
+    executor_.close(wait_);
+  }
+  void AwaitItsTurn() const { signal_.PulseUntilTaken(); }
+
+ private:
+  TaskExecutor& executor_;
+  const PulseEvent signal_;
+  const Signal ran_;
+  std::shared_ptr<WtpWaitTaskContext> wait_;
+};
+
 // Tells when it is destroyed: captured by a function, it tells of the function's end. Copies do not count.
 class Life {
  public:

@@ -134,14 +134,15 @@ TEST(WaitTask, IsNotStartedTwice) {
 
 TEST(WaitTask, StoppedAsItFiresRunsNoFunction) {
   Executor executor(true);
-  for (int i = 0; i < 1000; ++i) {
-    Gate gate(*executor);
-    const UniqueEvent signal(CreateEventW(nullptr, false, false, nullptr));
+  for (int i = 0; i < kRepetitions; ++i) {
     std::atomic<int> runs{0};
-    const auto wait = executor->create(signal.get(), [&] { ++runs; });
+    Gate gate(*executor);
+    const PulseEvent signal;
+    const auto wait = executor->create(signal.Handle(), [&] { ++runs; });
     executor->start(wait);
-    SetEvent(signal.get());
-    // Behind the gate the callback is on its way from some moment on; stopping tells it, whether it is or not.
+    Follower follower(*executor);
+    signal.PulseUntilTaken();
+    follower.AwaitItsTurn();
     executor->stop(wait);
     gate.Open();
     executor->waitForCallbacks(wait);
