@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <random>
 #include <stdexcept>
@@ -39,26 +40,27 @@ class Listener {
   bool ended_ = false;
 };
 
+// All streams are there ahead of the first message, for a link ends with its last stream.
 TEST(Conversation, CarriesMessagesOfAllSizesBothWaysInTheirOrder) {
   Joined joined(4096);
   joined.Listen(1, Echo());
-  constexpr int kThreads = 4;
   constexpr int kMessages = 60;
+  std::array<Listener, 4> listeners;
+  std::vector<std::shared_ptr<LmIpclibStream>> streams;
+  for (Listener& listener : listeners) streams.push_back(joined.Connect(0, listener.Callback()));
   std::vector<std::thread> users;
-  for (int user = 0; user < kThreads; ++user) {
-    users.emplace_back([&, user] {
-      std::minstd_rand random(static_cast<unsigned>(user) + 1);
-      Listener listener;
-      const auto stream = joined.Connect(0, listener.Callback());
+  for (unsigned user = 0; user < listeners.size(); ++user) {
+    users.emplace_back([&listener = listeners[user], &stream = *streams[user], user] {
+      std::minstd_rand random(user + 1);
       std::vector<std::string> sent;
       for (int i = 0; i < kMessages; ++i) {
         const std::size_t size = 1 + random() % (i % 10 == 0 ? 20'000 : 200);
         sent.emplace_back(size, static_cast<char>('a' + i % 26));
-        ASSERT_EQ(SendText(*stream, sent.back()), Status::Success);
+        ASSERT_EQ(SendText(stream, sent.back()), Status::Success);
       }
       for (int i = 0; i < kMessages; ++i) listener.one.Await();
       EXPECT_EQ(listener.texts, sent);
-      EXPECT_EQ(stream->close(kNoLimit), Status::Success);
+      EXPECT_EQ(stream.close(kNoLimit), Status::Success);
       listener.end.Await();
     });
   }

@@ -263,8 +263,8 @@ TEST_F(LibraryLinks, ThatHaveEndedTakeAYoungerOneOfTheirEndpointWithThem) {
   removed->Await();
   EXPECT_THAT(library->SharedEndpoints(), IsEmpty());
   EXPECT_EQ(library->AllLinks().size(), 1u) << "the younger one is alive";
-  EXPECT_EQ(Send(second, "still here"), Status::Success);
   EXPECT_EQ(service.NextMessage(), "<end>") << "of the first stream";
+  EXPECT_EQ(Send(second, "still here"), Status::Success);
   EXPECT_EQ(service.NextMessage(), "still here");
   const auto third = Connected();
   EXPECT_EQ(service.Asked().size(), 3u) << "so the third makes its own";
