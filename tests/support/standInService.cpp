@@ -51,7 +51,11 @@ void TakeOrders(standIn::InputLines& input, standIn::Server& server, standIn::Li
 }
 
 struct Service {
-  explicit Service(const standIn::Options& options) : server(options, lines, [] { std::_Exit(kDied); }) {}
+  explicit Service(const standIn::Options& options)
+      : server(options, lines, [this] {
+          lines.Cease();
+          std::_Exit(kDied);
+        }) {}
 
   standIn::Lines lines{[](const std::string& line) { std::cout << line << std::endl; }};
   standIn::InputLines input;

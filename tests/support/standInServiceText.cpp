@@ -28,6 +28,8 @@ void Lines::Print(const std::string& line) {
   write_(line);
 }
 
+void Lines::Cease() { lock_.lock(); }
+
 std::string Escaped(std::u16string_view text) {
   std::string escaped;
   for (std::size_t i = 0; i < text.size(); ++i) {

@@ -15,6 +15,9 @@ class Lines {
  public:
   explicit Lines(std::function<void(const std::string&)> write) : write_(std::move(write)) {}
   void Print(const std::string& line);
+  // Waits until a line that is being printed is out, and lets no other begin. For an end that is no return from main:
+  // Windows' C library writes what it has buffered even then, and a line that was on its way would come twice.
+  void Cease();
 
  private:
   std::mutex lock_;
