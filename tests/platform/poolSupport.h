@@ -5,22 +5,13 @@
 
 #include "platform/raii.h"
 #include "platform/threadPool.h"
+#include "tests/support/lastingEvent.h"
 
 namespace pool {
 
 using namespace platform;
 
-// Set once, and then it stays.
-class Signal {
- public:
-  void Set() const { SetEvent(event_.get()); }
-  void Await() const { WaitForSingleObject(event_.get(), INFINITE); }
-  [[nodiscard]] bool IsSet() const { return WaitForSingleObject(event_.get(), 0) == WAIT_OBJECT_0; }
-  [[nodiscard]] EventHandle Handle() const { return event_.get(); }
-
- private:
-  UniqueEvent event_{CreateEventW(nullptr, true, false, nullptr)};
-};
+using Signal = support::LastingEvent;
 
 // A pool of one thread, so that a callback which blocks keeps all behind it queued.
 class OneThread {

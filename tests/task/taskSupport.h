@@ -7,6 +7,7 @@
 
 #include "lib/task/windowsThreadPoolExecutor.h"
 #include "platform/raii.h"
+#include "tests/support/lastingEvent.h"
 
 namespace task {
 
@@ -16,17 +17,7 @@ using namespace quill::task;
 // How often what may race is tried.
 inline constexpr int kRepetitions = 1000;
 
-// Set once, and then it stays.
-class Signal {
- public:
-  void Set() const { SetEvent(event_.get()); }
-  void Await() const { WaitForSingleObject(event_.get(), INFINITE); }
-  [[nodiscard]] bool IsSet() const { return WaitForSingleObject(event_.get(), 0) == WAIT_OBJECT_0; }
-  [[nodiscard]] EventHandle Handle() const { return event_.get(); }
-
- private:
-  UniqueEvent event_{CreateEventW(nullptr, true, false, nullptr)};
-};
+using Signal = support::LastingEvent;
 
 // An executor as the library makes it: with a cleanup group, whose members are waited for at the end. That also waits
 // for callbacks that have closed their own tasks. `oneThread` keeps what stands behind a blocked callback queued.
