@@ -11,11 +11,11 @@
 set -uo pipefail
 
 wine=$(dirname "${BASH_SOURCE[0]}")/../wine
-readonly ended_by_the_watch=3 crashed=5
+readonly gave_up=3 crashed=5  # It gives up on what hangs: itself, or a process that it has started.
 
 "$wine" "$@"
 code=$?
-if ((code == ended_by_the_watch || code == crashed)); then
+if ((code == gave_up || code == crashed)); then
   echo "$(basename "$1" .exe) hung or crashed (exit code $code): once more"
   WINEPREFIX=${WINEPREFIX:?} wineserver --kill
   exec "$wine" "$@"

@@ -276,26 +276,33 @@ TEST(PoolWait, RunsWhenAThreadEnds) {
   WaitForThreadpoolWaitCallbacks(wait.get(), false);
 }
 
+void PulseUntilTaken(const UniqueEvent& event) {
+  do SetEvent(event.get());
+  while (WaitForSingleObject(event.get(), 0) == WAIT_OBJECT_0);
+}
+
+// The pool takes a signal a moment before it queues the callback, and one signal after the other: when it has taken the
+// second, the first one's callback is queued. Of a wait that is set to nothing within that moment, Wine still runs it.
 TEST(PoolWait, ThatIsQueuedIsDroppedByAWaitThatCancels) {
   OneThread one;
-  const UniqueEvent event = NewEvent(false);
+  const UniqueEvent first = NewEvent(false);
+  const UniqueEvent second = NewEvent(false);
   Function fail = [](PTP_CALLBACK_INSTANCE) { ADD_FAILURE(); };
   const UniqueWait wait = NewWait(fail, one.Environment());
-  Signal other;
-  Function tell = [&](PTP_CALLBACK_INSTANCE) { other.Set(); };
-  const UniqueWork behind = NewWork(tell, one.Environment());
+  Signal followed;
+  Function tell = [&](PTP_CALLBACK_INSTANCE) { followed.Set(); };
+  const UniqueWait follower = NewWait(tell, one.Environment());
   {
     const Gate gate(one);
-    SetThreadpoolWait(wait.get(), event.get(), nullptr);
-    SetEvent(event.get());
-    // Consumed, so queued or about to be; set to nothing either way.
-    while (WaitForSingleObject(event.get(), 0) == WAIT_OBJECT_0) SetEvent(event.get());
+    SetThreadpoolWait(wait.get(), first.get(), nullptr);
+    SetThreadpoolWait(follower.get(), second.get(), nullptr);
+    PulseUntilTaken(first);
+    PulseUntilTaken(second);
     SetThreadpoolWait(wait.get(), {}, nullptr);
     WaitForThreadpoolWaitCallbacks(wait.get(), true);
-    SubmitThreadpoolWork(behind.get());
   }
-  other.Await();
-  WaitForThreadpoolWorkCallbacks(behind.get(), false);
+  followed.Await();
+  WaitForThreadpoolWaitCallbacks(follower.get(), false);
 }
 
 TEST(PoolWait, MayBeClosedWhileItIsSet) {

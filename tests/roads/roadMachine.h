@@ -85,7 +85,7 @@ class RoadMachine {
 
 // The program's file as the host names it.
 [[nodiscard]] std::filesystem::path ProgramPath();
-// The exit code; fails the test, and ends the process, when it does not end by itself.
+// The exit code. A process that does not end by itself is ended, and this program with it, like one that hangs itself.
 int Await(support::Process& process);
 // The window of the resident helper.
 [[nodiscard]] platform::HWND FindResident();
