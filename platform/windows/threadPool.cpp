@@ -1,4 +1,7 @@
 #include "platform/threadPool.h"
+#if LUMENAR_TEST_HOOKS
+#include "platform/windows/winePool.h"
+#endif
 
 #include <windows.h>
 
@@ -59,6 +62,9 @@ PTP_CLEANUP_GROUP CreateThreadpoolCleanupGroup() noexcept {
 }
 
 void CloseThreadpoolCleanupGroupMembers(PTP_CLEANUP_GROUP group, bool cancelPending, std::nullptr_t) noexcept {
+#if LUMENAR_TEST_HOOKS
+  test::SendPoolRound();
+#endif
   ::CloseThreadpoolCleanupGroupMembers(NativeOf<::PTP_CLEANUP_GROUP>(group), cancelPending, nullptr);
 }
 
@@ -91,6 +97,9 @@ PTP_WAIT CreateThreadpoolWait(PTP_WAIT_CALLBACK callback, void* context,
 }
 
 void SetThreadpoolWait(PTP_WAIT wait, WaitableHandle handle, std::nullptr_t) noexcept {
+#if LUMENAR_TEST_HOOKS
+  if (handle.value() != 0) test::PoolLooksAt(handle);
+#endif
   ::SetThreadpoolWait(NativeOf<::PTP_WAIT>(wait), reinterpret_cast<::HANDLE>(handle.value()), nullptr);
 }
 

@@ -104,9 +104,9 @@ TEST(Conversation, EndsAtOnceWhenBothSidesClose) {
 }
 
 TEST(Conversation, IsOpenedAndClosedManyTimesOnOneLink) {
+  Listener keeps;  // It hears its end when the links are let go of.
   Joined joined;
   joined.Listen(1, Echo());
-  Listener keeps;
   const auto keeper = joined.Connect(0, keeps.Callback());  // A link ends with its last stream.
   for (int i = 0; i < kRepetitions; ++i) {
     Listener listener;
@@ -177,6 +177,7 @@ TEST(Conversation, EndsWithItsLinkWhenACallbackThrowsALogicError) {
 }
 
 TEST(Conversation, MayCallEverythingFromWithinEveryCallback) {
+  Listener keeps;  // It hears its end when the links are let go of.
   Joined joined(
       65536, [](LmIpclibLink&) {},
       [](LmIpclibLink& link) {
@@ -220,7 +221,6 @@ TEST(Conversation, MayCallEverythingFromWithinEveryCallback) {
   joined.Listen(0, accepts(0));
   joined.Listen(1, accepts(1));
 
-  Listener keeps;
   const auto keeper = joined.Connect(0, keeps.Callback());  // A link ends with its last stream.
   Listener last;
   support::Signal completed;

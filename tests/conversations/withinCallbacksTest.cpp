@@ -192,9 +192,9 @@ TEST_P(WithinCallbacks, OfASendThatTheLinkGivesUp) {
 }
 
 TEST_P(WithinCallbacks, OfTheListener) {
+  std::atomic<bool> isFirst = true;
   Joined joined;
   joined.Listen(0, Echo());
-  std::atomic<bool> isFirst = true;
   joined.Listen(1, [&](const std::shared_ptr<LmIpclibStream>& stream) {
     if (!isFirst.exchange(false)) return Echo()(stream);
     taker.Take({joined, 1, stream});

@@ -23,11 +23,7 @@ constexpr int kUntilNextChange = 100;
 constexpr long kSpareKibibytes = 2 * 1024;
 
 // A sanitizer keeps what a program frees, so that with one the memory says nothing about the program.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kMemoryTells = false;
-#else
-constexpr bool kMemoryTells = true;
-#endif
+constexpr bool kMemoryTells = !LUMENAR_SANITIZED;
 
 class Burst : public ResidentTest {
  protected:

@@ -8,11 +8,7 @@
 
 namespace support {
 
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-inline constexpr bool kAddressSpaceCanBeBounded = false;
-#else
-inline constexpr bool kAddressSpaceCanBeBounded = true;
-#endif
+inline constexpr bool kAddressSpaceCanBeBounded = !LUMENAR_SANITIZED;
 
 // While it lives, the process can have so many bytes more than it has. One at a time.
 class BoundedAddressSpace {
