@@ -11,4 +11,4 @@ add_library(jsoncpp STATIC
 target_include_directories(jsoncpp SYSTEM PUBLIC "${jsoncpp_source}/include")
 # Its <iostream> is ours: see there.
 target_include_directories(jsoncpp BEFORE PRIVATE "${CMAKE_CURRENT_LIST_DIR}/jsoncpp")
-target_compile_options(jsoncpp PRIVATE -w -ffunction-sections -fdata-sections)
+target_compile_options(jsoncpp PRIVATE -w -g1 -ffunction-sections -fdata-sections)

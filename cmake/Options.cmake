@@ -57,6 +57,6 @@ endif()
 # without it there. Everything else about them is checked as in any other file.
 function(lumenar_deep_recursion)
   if(LUMENAR_SANITIZER STREQUAL "thread")
-    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -fno-sanitize=thread)
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -fno-sanitize=thread SKIP_PRECOMPILE_HEADERS ON)
   endif()
 endfunction()

@@ -4,9 +4,6 @@
 # shellcheck disable=SC2034 # used by the scripts that read this file
 program_name=lumenar-url-protocol-launch-helper
 
-# Compiled files are found again from any clone of the project, wherever it lies.
-export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
-
 # Runs a command; shows what it printed only when it fails, but for the lines that tell how far a build has come.
 quietly() {
   local output code=0

@@ -30,9 +30,9 @@ END {
   for (i = 1; i <= count; ++i) {
     flags = target = commands[files[i]]
     sub(/ -o [^ ]+ -c .*/, "", flags)
-    # What clang does not know, or knows by another name.
+    # What clang does not know, knows by another name, or reads for itself.
     gsub(/-std=c\+\+23/, "-std=c++2b", flags)
-    gsub(/ -Wduplicated-[a-z]*| -Wlogical-op/, "", flags)
+    gsub(/ -Wduplicated-[a-z]*| -Wlogical-op| --param=[^ ]*| -Winvalid-pch| -include [^ ]*\/cmake_pch\.hxx/, "", flags)
     sub(/\.dir\/[^ ]+ -c .*/, "", target)
     sub(/.*\/CMakeFiles\//, "", target)
     unit = unit_of(target " " flags, target, files[i])
