@@ -66,14 +66,26 @@ class Wait {
     if (waitAll_) {
       if (TakeAll()) return WAIT_OBJECT_0;
     } else {
-      for (DWORD i = 0; i < count_; ++i) {
-        if (objects_[i]->TryConsume()) return WAIT_OBJECT_0 + i;
-      }
+      if (const auto taken = TakeLowest()) return WAIT_OBJECT_0 + *taken;
       if (messages_ != nullptr && messages_->HasNewInput()) return WAIT_OBJECT_0 + count_;
     }
     const auto& thread = Thread::CurrentIfAny();
     if (alertable_ && thread && thread->MakeCalls()) return WAIT_IO_COMPLETION;
     return std::nullopt;
+  }
+
+  // Somebody who sets a lower one and then a higher one may come between our looks at the two: the lower one counts.
+  [[nodiscard]] std::optional<DWORD> TakeLowest() {
+    const auto take = [this](DWORD end) {
+      DWORD i = 0;
+      while (i < end && !objects_[i]->TryConsume()) ++i;
+      return i;
+    };
+    const DWORD taken = take(count_);
+    if (taken == count_) return std::nullopt;
+    const DWORD lower = take(taken);
+    if (lower < taken) objects_[taken]->Unconsume();
+    return lower;
   }
 
   // What another thread takes away between the look and the taking is given back, and the wait goes on.

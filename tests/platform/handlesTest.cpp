@@ -110,6 +110,30 @@ TEST(Wait, TakesTheLowestSignalledIndexAndLeavesTheOthersSignalled) {
   EXPECT_EQ(WaitForMultipleObjects(3, handles, false, 0), WAIT_TIMEOUT);
 }
 
+TEST(Wait, TakesTheLowestAlsoWhenAHigherOneIsSetWhileItLooks) {
+  constexpr int kRounds = 300;
+  std::vector<UniqueEvent> events;
+  std::vector<WaitableHandle> handles;
+  for (int i = 0; i < 64; ++i) events.push_back(NewEvent(false, false));
+  for (const UniqueEvent& event : events) handles.push_back(event.get());
+  std::atomic round = 0;
+  std::thread setter([&] {
+    for (int i = 1; i <= kRounds; ++i) {
+      while (round < i) std::this_thread::yield();
+      SetEvent(events.front().get());
+      SetEvent(events.back().get());
+    }
+  });
+  int wrong = 0;
+  for (int i = 1; i <= kRounds; ++i) {
+    round = i;
+    if (WaitForMultipleObjects(64, handles.data(), false, INFINITE) != WAIT_OBJECT_0) ++wrong;
+    WaitForMultipleObjects(64, handles.data(), false, INFINITE);
+  }
+  setter.join();
+  EXPECT_EQ(wrong, 0);
+}
+
 TEST(Wait, GivesUpWhenTheTimeIsOver) {
   const UniqueEvent never = NewEvent(false, false);
   const WaitableHandle handles[] = {never.get(), never.get()};

@@ -11,7 +11,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <thread>
+#include <utility>
 
 #include "platform/linux/windowPacket.h"
 #include "platform/linux/windowSocket.h"
@@ -38,17 +40,15 @@ std::vector<std::filesystem::path> SocketFiles() {
 class Target {
  public:
   Target() {
-    int ready[2];
-    EXPECT_EQ(pipe(ready), 0);
-    thread_ = std::thread([this, write = ready[1]] {
+    std::promise<void> ready;
+    const std::future<void> isReady = ready.get_future();
+    thread_ = std::thread([this, ready = std::move(ready)]() mutable {
       const TestWindow window(u"LumenarTest_Target", [this](UINT message, WPARAM, LPARAM) { return Count(message); });
       window_ = window.get();
-      close(write);
+      ready.set_value();
       RunMessageLoop();
     });
-    char byte = 0;
-    EXPECT_EQ(read(ready[0], &byte, 1), 0);  // The end of the pipe: the window is there.
-    close(ready[0]);
+    isReady.wait();
   }
   ~Target() {
     PostMessageW(window_, kQuit, 0, 0);
