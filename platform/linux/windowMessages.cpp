@@ -20,8 +20,8 @@ using windowSocket::Clock;
 
 constexpr DWORD ERROR_MESSAGE_SYNC_ONLY = 1159;
 
-// As long as most answers take. A processor that goes idle meanwhile takes a tenth of a millisecond to wake: once for this
-// thread, and once more for a thread of the other side's that was moved there.
+// As long as most answers take. A processor that goes idle meanwhile takes a tenth of a millisecond to wake: once for
+// this thread, and once more for a thread of the other side's that was moved there.
 constexpr std::chrono::microseconds kAwake{1000};
 
 // Looks for the answer without sleeping, for a moment. On a single processor the other side comes first.
