@@ -21,19 +21,11 @@ endif()
 if(sanitizers)
   target_compile_options(lumenar_options INTERFACE ${sanitizers})
   target_link_options(lumenar_options INTERFACE ${sanitizers})
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # With the checks compiled in, this compiler takes parts of the standard library's own objects for unset.
-    target_compile_options(lumenar_options INTERFACE -Wno-maybe-uninitialized)
-  endif()
   # GoogleTest is built beside us; code of either kind in one process must agree.
   add_compile_options(${sanitizers})
   add_link_options(${sanitizers})
-  # The tests start processes by the thousand: one at a fixed address, with the runtime linked in, starts in less time. (The
-  # thread sanitizer's has an allocation that tests cannot replace, unless it stays a library.)
+  # The tests start processes by the thousand: one at a fixed address starts in less time.
   add_link_options(-no-pie)
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND LUMENAR_SANITIZER STREQUAL "address")
-    add_link_options(-static-libasan -static-libubsan)
-  endif()
 else()
   target_compile_definitions(lumenar_options INTERFACE $<$<CONFIG:RelWithDebInfo>:_FORTIFY_SOURCE=2>)
 endif()
