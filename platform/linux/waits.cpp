@@ -76,16 +76,20 @@ class Wait {
 
   // Somebody who sets a lower one and then a higher one may come between our looks at the two: the lower one counts.
   [[nodiscard]] std::optional<DWORD> TakeLowest() {
-    const auto take = [this](DWORD end) {
-      DWORD i = 0;
-      while (i < end && !objects_[i]->TryConsume()) ++i;
-      return i;
-    };
-    const DWORD taken = take(count_);
+    DWORD taken = TakeOneBelow(count_);
     if (taken == count_) return std::nullopt;
-    const DWORD lower = take(taken);
-    if (lower < taken) objects_[taken]->Unconsume();
-    return lower;
+    for (DWORD lower = TakeOneBelow(taken); lower < taken; lower = TakeOneBelow(taken)) {
+      objects_[taken]->Unconsume();
+      taken = lower;
+    }
+    return taken;
+  }
+
+  // The index of what was taken; `end` when there was nothing.
+  [[nodiscard]] DWORD TakeOneBelow(DWORD end) {
+    DWORD i = 0;
+    while (i < end && !objects_[i]->TryConsume()) ++i;
+    return i;
   }
 
   // What another thread takes away between the look and the taking is given back, and the wait goes on.
