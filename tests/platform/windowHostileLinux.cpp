@@ -11,15 +11,14 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <future>
 #include <thread>
-#include <utility>
 
 #include "platform/linux/windowPacket.h"
 #include "platform/linux/windowSocket.h"
 #include "tests/platform/windowSupport.h"
 #include "tests/support/descriptorsLinux.h"
 #include "tests/support/machine.h"
+#include "tests/support/meeting.h"
 
 using namespace platform;
 using namespace windowTests;
@@ -40,15 +39,14 @@ std::vector<std::filesystem::path> SocketFiles() {
 class Target {
  public:
   Target() {
-    std::promise<void> ready;
-    const std::future<void> isReady = ready.get_future();
-    thread_ = std::thread([this, ready = std::move(ready)]() mutable {
+    support::Signal ready;
+    thread_ = std::thread([this, &ready] {
       const TestWindow window(u"LumenarTest_Target", [this](UINT message, WPARAM, LPARAM) { return Count(message); });
       window_ = window.get();
-      ready.set_value();
+      ready.Give();
       RunMessageLoop();
     });
-    isReady.wait();
+    ready.Await();
   }
   ~Target() {
     PostMessageW(window_, kQuit, 0, 0);

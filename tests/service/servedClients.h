@@ -151,10 +151,16 @@ class LibraryClient {
                                             hears.Callback());
   }
 
-  task::Executor executor;
+  // Ahead of the executor, whose end waits for the callbacks that reach these.
   support::Signal sent;
   support::Signal givenUp;
   Heard heard;
+
+ private:
+  support::Signal closed_;
+
+ public:
+  task::Executor executor;
   std::shared_ptr<OpenLink> link =
       std::make_shared<OpenLink>([](LmIpclibLink&) {}, [this](LmIpclibLink&) { closed_.Give(); });
   std::shared_ptr<LmIpclibStream> stream;
@@ -180,7 +186,6 @@ class LibraryClient {
     record.stopEvent = handles.stop;
   }
 
-  support::Signal closed_;
   bool closedAwaited_ = false;
 };
 
