@@ -522,10 +522,10 @@ TEST(TxPollThread, ToldToWaitAlertablyIsWokenByCallsThatAreQueuedForIt) {
 
 TEST(TxPollThread, SaysOnceThatASessionCannotBeImpersonatedAndRunsItsItemsAllTheSame) {
   LogLines lines;
-  const Poll poll;
-  poll->SetSessionId(54'321);
   Signal ran;
   int runs = 0;
+  const Poll poll;
+  poll->SetSessionId(54'321);
   poll->AddItem(NewItem("item", [&](bool) { return ran.Give(), ++runs < 3; }), {}, 0);
   ASSERT_TRUE(poll->StartScheduler());
   for (int i = 0; i < 3; ++i) ran.Await();
