@@ -19,20 +19,12 @@ elseif(NOT LUMENAR_SANITIZER STREQUAL "")
   message(FATAL_ERROR "LUMENAR_SANITIZER is address, thread or empty, not '${LUMENAR_SANITIZER}'")
 endif()
 if(sanitizers)
-  target_compile_options(lumenar_options INTERFACE ${sanitizers})
-  target_link_options(lumenar_options INTERFACE ${sanitizers})
-  # GoogleTest is built beside us; code of either kind in one process must agree.
+  # For GoogleTest too: all code in one process must agree.
   add_compile_options(${sanitizers})
-  add_link_options(${sanitizers})
   # The tests start processes by the thousand: one at a fixed address starts in less time.
-  add_link_options(-no-pie)
+  add_link_options(${sanitizers} -no-pie)
 else()
   target_compile_definitions(lumenar_options INTERFACE $<$<CONFIG:RelWithDebInfo>:_FORTIFY_SOURCE=2>)
-endif()
-
-if(LUMENAR_FUZZ)
-  # The fuzzer is led by what it reaches in our code; its own entry comes with the targets alone.
-  target_compile_options(lumenar_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
 target_link_options(lumenar_options INTERFACE -Wl,--gc-sections)
