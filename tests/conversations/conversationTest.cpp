@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <list>
 #include <random>
 #include <stdexcept>
 #include <thread>
@@ -42,10 +43,10 @@ class Listener {
 
 // All streams are there ahead of the first message, for a link ends with its last stream.
 TEST(Conversation, CarriesMessagesOfAllSizesBothWaysInTheirOrder) {
+  std::array<Listener, 4> listeners;
   Joined joined(4096);
   joined.Listen(1, Echo());
   constexpr int kMessages = 60;
-  std::array<Listener, 4> listeners;
   std::vector<std::shared_ptr<LmIpclibStream>> streams;
   for (Listener& listener : listeners) streams.push_back(joined.Connect(0, listener.Callback()));
   std::vector<std::thread> users;
@@ -105,11 +106,12 @@ TEST(Conversation, EndsAtOnceWhenBothSidesClose) {
 
 TEST(Conversation, IsOpenedAndClosedManyTimesOnOneLink) {
   Listener keeps;  // It hears its end when the links are let go of.
+  std::list<Listener> listeners;
   Joined joined;
   joined.Listen(1, Echo());
   const auto keeper = joined.Connect(0, keeps.Callback());  // A link ends with its last stream.
   for (int i = 0; i < kRepetitions; ++i) {
-    Listener listener;
+    Listener& listener = listeners.emplace_back();
     const auto stream = joined.Connect(0, listener.Callback());
     ASSERT_EQ(SendText(*stream, "hello"), Status::Success);
     listener.one.Await();
@@ -157,12 +159,12 @@ TEST(Conversation, EndsWhenItsLinkIsClosed) {
 
 TEST(Conversation, EndsWithItsLinkWhenACallbackThrowsALogicError) {
   for (int i = 0; i < kRepetitions / 10; ++i) {
-    Joined joined;
-    joined.Listen(1, Echo());
     Listener other;
     Listener listener;
-    const auto bystander = joined.Connect(0, other.Callback());
     const auto hears = listener.Callback();
+    Joined joined;
+    joined.Listen(1, Echo());
+    const auto bystander = joined.Connect(0, other.Callback());
     const auto stream = joined.Connect(0, [&](Status status, const std::shared_ptr<LmIpclibMsg>& message) {
       hears(status, message);
       throw std::logic_error("a mistake");
@@ -249,13 +251,13 @@ TEST(Conversation, MayCallEverythingFromWithinEveryCallback) {
 
 TEST(Conversation, SharesItsLinkWithThousandsOfOthers) {
   constexpr int kStreams = 10 * kRepetitions;
-  Joined joined;
-  joined.Listen(1, Echo());
-  std::vector<std::shared_ptr<LmIpclibStream>> all;
   std::atomic<int> echoes = 0;
   std::atomic<int> ends = 0;
   support::Signal allEchoed;
   support::Signal allEnded;
+  Joined joined;
+  joined.Listen(1, Echo());
+  std::vector<std::shared_ptr<LmIpclibStream>> all;
   for (int i = 0; i < kStreams; ++i) {
     all.push_back(joined.Connect(0, [&](Status, const std::shared_ptr<LmIpclibMsg>& message) {
       if (message->size() != 0) {

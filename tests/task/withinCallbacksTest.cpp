@@ -90,9 +90,9 @@ TEST(WithinAWaitsCallback, EverythingCanBeDone) {
 }
 
 TEST(WithinAWorksCallback, EverythingCanBeDone) {
-  Executor executor;
   std::atomic<int> runs{0};
   std::atomic<int> released{0};
+  Executor executor;
   Signal done;
   std::shared_ptr<WtpWorkTaskContext> work;
   work = executor->create([&](void*, void*) {
