@@ -12,17 +12,29 @@ namespace {
 using debugLog::TraceViaHelper;
 using settings::BrowserType;
 
-// Compiled once, when a path is first parsed: a launcher never parses one.
-struct Expressions {
-  std::regex chromiumVariable{R"(\$\{[a-z]+(_[a-z]+)*\})", std::regex::ECMAScript};
-  std::regex invalidPathChars{R"([:*?"<>|])", std::regex::ECMAScript};
-  std::regex driveLetter{"^[a-zA-Z]:", std::regex::ECMAScript};
-  std::regex uncPath{R"(^\\)", std::regex::ECMAScript};
-};
+// The expressions are compiled once, when a path is first parsed: a launcher never parses one.
 
-const Expressions& TheExpressions() {
-  static const Expressions expressions;
-  return expressions;
+// By the library's other matcher: the usual one nests once for each character of a name, and a policy's text may be
+// half a million characters long.
+const std::regex& ChromiumVariableRegex() {
+  static const std::regex expression(R"(\$\{[a-z]+(_[a-z]+)*\})",
+                                     std::regex::ECMAScript | std::regex_constants::__polynomial);
+  return expression;
+}
+
+const std::regex& InvalidPathCharsRegex() {
+  static const std::regex expression(R"([:*?"<>|])", std::regex::ECMAScript);
+  return expression;
+}
+
+const std::regex& DriveLetterRegex() {
+  static const std::regex expression("^[a-zA-Z]:", std::regex::ECMAScript);
+  return expression;
+}
+
+const std::regex& UncPathRegex() {
+  static const std::regex expression(R"(^\\)", std::regex::ECMAScript);
+  return expression;
 }
 
 // Below the program files folder, by browser.
@@ -31,9 +43,9 @@ constexpr const char* BrowserApplicationSubPath[] = {"\\Google\\Chrome\\Applicat
 constexpr const char* kDrive = "C:\\";
 constexpr std::size_t kPathBuffer = 260;
 
-bool HasDrive(const std::string& path) { return std::regex_search(path, TheExpressions().driveLetter); }
+bool HasDrive(const std::string& path) { return std::regex_search(path, DriveLetterRegex()); }
 
-bool IsRooted(const std::string& path) { return HasDrive(path) || std::regex_search(path, TheExpressions().uncPath); }
+bool IsRooted(const std::string& path) { return HasDrive(path) || std::regex_search(path, UncPathRegex()); }
 
 ChromiumVariableTable BuildChromiumVariableTable() {
   return {{"${machine_name}", "%COMPUTERNAME%"},
@@ -54,8 +66,7 @@ std::map<std::string, std::string> FindVariables(const std::string& path) {
   const ChromiumVariableTable table = BuildChromiumVariableTable();
   std::map<std::string, std::string> found;
   const auto end = std::sregex_iterator();
-  for (auto match = std::sregex_iterator(path.begin(), path.end(), TheExpressions().chromiumVariable); match != end;
-       ++match) {
+  for (auto match = std::sregex_iterator(path.begin(), path.end(), ChromiumVariableRegex()); match != end; ++match) {
     const std::string variable = match->str();
     std::string value;
     if (!found.contains(variable) && ExpandEnvVariable(variable, table, value)) found.emplace(variable, value);
@@ -63,10 +74,14 @@ std::map<std::string, std::string> FindVariables(const std::string& path) {
   return found;
 }
 
-void ReplaceAll(std::string& text, const std::string& what, const std::string& by) {
-  for (std::size_t at = text.find(what); at != text.npos; at = text.find(what, at + by.size())) {
-    text.replace(at, what.size(), by);
+std::string ReplaceAll(const std::string& text, const std::string& what, const std::string& by) {
+  std::string replaced;
+  std::size_t from = 0;
+  for (std::size_t at = text.find(what); at != text.npos; at = text.find(what, from)) {
+    replaced.append(text, from, at - from).append(by);
+    from = at + what.size();
   }
+  return replaced.append(text, from);
 }
 
 bool ExpandByEnvironment(const std::string& text, std::string& value) {
@@ -83,7 +98,7 @@ bool ParseChromiumUserDataDirString(BrowserType browser, std::string& path) {
   constexpr const char* kOperation = "ParseChromiumUserDataDirString";
   if (browser == BrowserType::Firefox || path.empty()) return false;
   const std::string vetted = HasDrive(path) ? path.substr(2) : path;  // The drive's colon is the one that is allowed.
-  if (std::regex_search(vetted, TheExpressions().invalidPathChars)) {
+  if (std::regex_search(vetted, InvalidPathCharsRegex())) {
     TraceViaHelper(u"%S: Invalid characters found in path string.\n", kOperation);
     return false;
   }
@@ -113,7 +128,7 @@ void FormatPathStr(std::string& path) {
 
 bool ExpandChromiumEnvVariableInPath(std::string& path) {
   constexpr const char* kOperation = "ExpandChromiumEnvVariableInPath";
-  if (path.empty() || !std::regex_search(path, TheExpressions().chromiumVariable)) {
+  if (path.empty() || !std::regex_search(path, ChromiumVariableRegex())) {
     TraceViaHelper(u"%S: Path input is empty or no environment variable is contained.\n", kOperation);
     return false;
   }
@@ -122,7 +137,7 @@ bool ExpandChromiumEnvVariableInPath(std::string& path) {
     TraceViaHelper(u"%S: There is no matched variable in path string.\n", kOperation);
     return false;
   }
-  for (const auto& [variable, value] : found) ReplaceAll(path, variable, value);
+  for (const auto& [variable, value] : found) path = ReplaceAll(path, variable, value);
   return true;
 }
 

@@ -30,8 +30,9 @@ endif()
 target_link_options(lumenar_options INTERFACE -Wl,--gc-sections)
 if(WIN32)
   # One self-contained file: the compiler's runtime is linked in, only system DLLs stay imported. What checks stacks and
-  # buffers is a library of its own here, which the option brings in.
-  target_link_options(lumenar_options INTERFACE -static -fstack-protector-strong -Wl,--dynamicbase,--nxcompat,--high-entropy-va)
+  # buffers is a library of its own here, which the option brings in. Threads may have the stack that they have on Linux.
+  target_link_options(lumenar_options INTERFACE -static -fstack-protector-strong -Wl,--stack,8388608
+    -Wl,--dynamicbase,--nxcompat,--high-entropy-va)
   target_compile_definitions(lumenar_options INTERFACE UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
 endif()
 

@@ -70,10 +70,10 @@ void AppendDebugLogLine(std::u16string_view text) {
   platform::SYSTEMTIME now{};
   platform::GetLocalTime(&now);
   UpdatePath(now);
-  platform::TextStream* const file = platform::_wfopen(LoadPath().data(), u"a+");
-  if (file == nullptr) return;
   const std::u16string stamped = platform::Format(u"%d-%02d-%02d  %02d:%02d:%02d  %s", now.wYear, now.wMonth, now.wDay,
                                                   now.wHour, now.wMinute, now.wSecond, text);
+  platform::TextStream* const file = platform::_wfopen(LoadPath().data(), u"a+");
+  if (file == nullptr) return;
   platform::fputws(stamped.c_str(), file);
   platform::fclose(file);
 }

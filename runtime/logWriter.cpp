@@ -56,6 +56,7 @@ void LogWriter::EmitReport(int level, const char* text) { Emit(logger->NewMessag
 
 void LogWriter::Flush(Slot& slot, int count) {
   if (slot.queue.empty() || count < 1) return;
+  const RCPtr<Logger> owner = logger;  // The writer may be removed within Emit, or may have been before.
   BeginBatch();
   for (int written = 0; written < count && !slot.queue.empty();) {
     const RCPtr<LogMessage> message = std::move(slot.queue.front());
@@ -64,9 +65,9 @@ void LogWriter::Flush(Slot& slot, int count) {
     Emit(message);
     ++written;
   }
-  if (slot.dropped > 0) {
+  if (slot.dropped > 0 && owner) {
     const std::uint32_t dropped = std::exchange(slot.dropped, 0);
-    const RCPtr<LogMessage> report = logger->NewMessage(3, nullptr);
+    const RCPtr<LogMessage> report = owner->NewMessage(3, nullptr);
     report->AppendFormat("\n%s Dropped %d messages %s\n\n", "*******", dropped, "*******");
     Emit(report);
   }

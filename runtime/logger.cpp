@@ -2,11 +2,21 @@
 
 #include <array>
 #include <mutex>
+#include <new>
+#include <string>
 
 #include "runtime/loggerManager.h"
 #include "runtime/textFormat.h"
 
 namespace runtime {
+namespace {
+
+// Empty when there is no memory for it: the line goes without.
+std::string ErrorTextOf(const LogCall& call) noexcept try { return call.ErrorText(); } catch (const std::bad_alloc&) {
+  return {};
+}
+
+}  // namespace
 
 void Logger::Send(const LogCall& call) noexcept {
   const std::lock_guard lock(GlobalLogMutex());
@@ -40,7 +50,7 @@ void Logger::Sweep() {
 void Logger::Write(const LogCall& call) {
   if (!Passes(call.level)) return;
   writing = true;
-  std::string errorText = call.ErrorText();
+  const std::string errorText = ErrorTextOf(call);
   RCPtr<LogMessage> message;
   bool anyGone = false;
   for (const auto& [name, place] : writers) {

@@ -27,7 +27,8 @@ void PollWaitSet::Build() {
   const std::int64_t now = TxElapsedTimer().Now();
   for (const RCPtr<TxPollItem>& item : thread.items) Consider(item, now);
   if (prioritySlot) {
-    Put(*prioritySlot, next->event ? *next->event : alwaysSignalled, next);
+    nextHasEvent = static_cast<bool>(next->event);
+    Put(*prioritySlot, nextHasEvent ? *next->event : alwaysSignalled, next);
     Put(*prioritySlot + 1, alwaysSignalled, next);
     LogIfWanted(kScheduler, thread.logLevel, "%s: Prioritized timed item %s @ %d", thread.name, next->Name(),
                 static_cast<std::int32_t>(*prioritySlot));
@@ -35,6 +36,12 @@ void PollWaitSet::Build() {
   events.resize(freeSlot);
   items.resize(freeSlot);
   thread.dirtyEvent.Reset();
+}
+
+void PollWaitSet::Clear() {
+  events.clear();
+  items.clear();
+  next.Reset();
 }
 
 // An overdue item is ready at once, and only the events of items ahead of it are looked at first.
@@ -72,7 +79,7 @@ std::int32_t PollWaitSet::Wait(std::uint32_t timeoutMs) {
 }
 
 bool PollWaitSet::IsOfTheClock(std::size_t slot) const {
-  return prioritySlot && (slot == *prioritySlot + 1 || (slot == *prioritySlot && !next->event));
+  return prioritySlot && (slot == *prioritySlot + 1 || (slot == *prioritySlot && !nextHasEvent));
 }
 
 PollWaitSet::Turn PollWaitSet::TurnOf(std::int32_t result) const {
@@ -87,6 +94,7 @@ bool PollScheduler::Run() {
   End end = End::None;
   while (end == End::None) end = Pass();
   session.Reset();
+  waitSet.Clear();
   return end == End::Unreferenced;
 }
 

@@ -22,6 +22,8 @@ class PollWaitSet {
 
   // Anew from the thread's items, as they stand now.
   void Build();
+  // Lets go of all items and their events.
+  void Clear();
   // Milliseconds, by a clock read afresh; kNoLimit without a timed item.
   [[nodiscard]] std::uint32_t Timeout() const;
   // As TxEvent::WaitAny; an index is a slot.
@@ -50,6 +52,7 @@ class PollWaitSet {
   std::size_t freeSlot = 0;
   RCPtr<TxPollItem> next;
   std::int64_t nextRemaining = -1;
+  bool nextHasEvent = false;  // As the wait sees it; it may get another meanwhile, or none.
   std::optional<std::size_t> prioritySlot;
 };
 

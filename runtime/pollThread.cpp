@@ -68,6 +68,7 @@ RCPtr<TxPollThread> TxPollThread::Find(std::uint64_t id) {
 bool TxPollThread::StartScheduler() try {
   if (thread.IsRunning()) return true;
   if (thread.Start(&RunScheduler, const_cast<void*>(ThreadIdPointer(id)), -1, false)) return true;
+  if (thread.IsRunning()) return true;  // Somebody else has started it meanwhile.
   throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
 } catch (const std::system_error&) {
   Log("TxPollThread::StartScheduler()", 1, "%s: Failed to start scheduler thread", name);

@@ -47,6 +47,13 @@ std::unique_ptr<TxThreadData::Record> CreateThread(TxThreadData& data) {
   return record;
 }
 
+// 0 when the worker has come to its end, 1 when its thread is gone without; else as TxEvent::WaitAny.
+std::int32_t AwaitEnd(const TxEvent& exited, const TxEvent& ended, std::uint32_t timeoutMs) {
+  std::vector<const TxEvent*> events{&exited};
+  if (ended.IsValid()) events.push_back(&ended);
+  return TxEvent::WaitAny(events, false, timeoutMs, false, false);
+}
+
 TxEvent EventOf(const TxThreadData::Record& record) {
   platform::ThreadHandle duplicate;
   const bool done =
@@ -151,16 +158,16 @@ bool TxThread::WaitForStop(std::uint32_t timeoutMs) {
   const std::lock_guard lock(data->mutex);
   if (!data->thread) return true;
   if (IsCurrentThread()) return false;
-  std::int32_t result = 0;
   {
     const TxEvent ended = data->threadHandleEvent;
-    std::vector<const TxEvent*> events{&data->exitedEvent};
-    if (ended.IsValid()) events.push_back(&ended);
     const Unlocked unlocked(data->mutex);
-    result = TxEvent::WaitAny(events, false, timeoutMs, false, false);
+    if (AwaitEnd(data->exitedEvent, ended, timeoutMs) < 0) return false;
   }
-  if (result < 0) return false;
-  if (!data->thread) return true;  // Somebody else was waiting too.
+  // Somebody else was waiting too, and a thread that is there may have been started since.
+  if (!data->thread) return true;
+  const std::int32_t result = AwaitEnd(data->exitedEvent, data->threadHandleEvent, 0);
+  if (result == kWaitTimedOut) return true;
+  if (result == kWaitError) return false;
   if (result == 1) {
     Log("TxThread::WaitForStop()", 4, "Thread %s(0x%04X) exited unexpectedly", data->name, data->thread->id);
     data->threadId = 0;

@@ -21,7 +21,9 @@ bool IsEnabledByLegacyRoot() {
     TraceViaHelper(u"%S: Failed to open legacy Url Redirection root key.\n", kAppPathOperation);
     return false;
   }
-  if (QueryEnabledState(fromCurrentUser, key.get(), LegacyRootPath) != EnabledState::Enabled) return false;
+  const EnabledState state = QueryEnabledState(fromCurrentUser, key.get(), LegacyRootPath);
+  key.reset();  // No key is held while the helper may be asked to write.
+  if (state != EnabledState::Enabled) return false;
   TraceViaHelper(u"%S: Legacy Url Redirection is enabled.\n", kAppPathOperation);
   return true;
 }
@@ -38,7 +40,7 @@ bool IsEnabledForAppPaths() {
     case EnabledState::Disabled: return false;
     case EnabledState::Enabled: break;
   }
-  key.reset();  // No key is held while the helper may be asked to write.
+  key.reset();  // As above.
   TraceViaHelper(u"%S: Url Redirection is enabled.\n", kAppPathOperation);
   return true;
 }

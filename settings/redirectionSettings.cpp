@@ -108,6 +108,7 @@ bool IsSupportIpRules() {
       static_cast<void>(ReadNumber(key.get(), u"EnabledIPRules", &supported));
     }
   }
+  key.reset();
   debugLog::TraceViaHelper(u"%S: Support IP rules - %s.\n", "IsSupportIpRules", supported != 0 ? u"yes" : u"no");
   return supported != 0;
 }

@@ -27,7 +27,7 @@ bool IsThisProcess(ProcessHandle handle) noexcept {
 std::shared_ptr<KernelObject> OpenThisProcess() {
   const auto process = std::make_shared<WatchedProcess>();
   process->id = getpid();
-  process->ended = WatchedProcess::Watch(process->id);
+  process->ended = WatchedProcess::Watch(*process->id);
   return process->ended ? std::make_shared<ProcessObject>(process) : nullptr;
 }
 

@@ -64,7 +64,7 @@ class Child : public WatchedProcess {
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
   ~Child() {
-    if (id != 0 && waitpid(id, nullptr, WNOHANG) == 0) AbandonedChildren().Add(id);
+    if (id && waitpid(*id, nullptr, WNOHANG) == 0) AbandonedChildren().Add(*id);
   }
   // Takes charge of a child that was just started. False, and the child is no more, when the host cannot watch it:
   // nobody could ever tell that it has ended. REQUIRES: nobody waits for this object yet.
@@ -232,7 +232,7 @@ bool WatchedProcess::IsOne(const Descriptor& descriptor) noexcept {
   return syscall(SYS_pidfd_send_signal, descriptor.get(), 0, nullptr, 0) == 0 || errno == ESRCH || errno == EPERM;
 }
 
-pid_t WatchedProcess::Id() const noexcept { return id != 0 ? id : NumberOf(ended); }
+pid_t WatchedProcess::Id() const noexcept { return id ? *id : NumberOf(ended); }
 
 bool StartProcess(std::u16string_view line, PROCESS_INFORMATION* information) {
   AbandonedChildren().Sweep();

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "platform/handles.h"
@@ -22,8 +23,8 @@ struct WatchedProcess {
   // Its number; 0 when the host has none for it any more.
   [[nodiscard]] pid_t Id() const noexcept;
 
-  pid_t id = 0;      // 0: asked for when it is needed.
-  Descriptor ended;  // A pidfd, readable once the process has ended.
+  std::optional<pid_t> id;  // If it is not known, the host is asked when it is needed.
+  Descriptor ended;         // A pidfd, readable once the process has ended.
 };
 
 // Signalled once its process has ended.

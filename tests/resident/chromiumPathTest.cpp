@@ -208,6 +208,32 @@ TEST_F(ChromiumPath, OfFiveThousandUnitsCannotBeQualifiedAndStaysAsItIs) {
   EXPECT_EQ(Parsed(relative), "C:\\Program Files\\Google\\Chrome\\Application\\" + relative);
 }
 
+// The registry holds texts of three times that length.
+TEST_F(ChromiumPath, WithAVariableOfAnyLengthIsReadWithoutAStackOfThatDepth) {
+  std::string words = "${a";
+  while (words.size() < 150'000) words += "_a";
+  for (const std::string& variable : {"${" + std::string(150'000, 'a') + "}", words + "}"}) {
+    helper.Forget();
+    EXPECT_EQ(Parsed("C:\\" + variable), "C:\\" + variable);
+    EXPECT_THAT(helper.Traces(),
+                Contains("ExpandChromiumEnvVariableInPath: There is no matched variable in path string.\n"));
+  }
+  helper.Forget();
+  EXPECT_EQ(Parsed("C:\\" + words), "C:\\" + words);
+  EXPECT_THAT(helper.Traces(), ElementsAre(kNoVariable));
+}
+
+TEST_F(ChromiumPath, WithTensOfThousandsOfVariablesHasEachReplaced) {
+  support::SetEnvironment("CLIENTNAME", "a longer name than that of the variable");
+  std::string path = "C:\\";
+  std::string expected = path;
+  for (int i = 0; i < 20'000; ++i) {
+    path += "${client_name}";
+    expected += "a longer name than that of the variable";
+  }
+  EXPECT_EQ(Parsed(path), expected);
+}
+
 // A path that may be a drive's ends up as that of its current folder, which is the drive's root when nobody has one.
 TEST_F(ChromiumPath, ADriveAloneIsItsRoot) { EXPECT_EQ(Parsed("D:\\"), "D:\\"); }
 

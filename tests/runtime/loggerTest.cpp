@@ -403,6 +403,25 @@ TEST_F(QueueingWriter, WhileFloodedQueuesNothingAndTellsTheSumAtTheNextFlush) {
   EXPECT_THAT(writer_->texts, ElementsAre("(", "1\n", ")"));
 }
 
+TEST_F(QueueingWriter, MayRemoveItselfWithinAFlushThatHasSomethingToTell) {
+  Log(1);
+  writer_->flooded = true;
+  Log(1);
+  writer_->onEmit = [&] { own_.logger->RemoveWriter("a"); };
+  writer_->Flush(writer_->slots[0], 100);
+  EXPECT_THAT(writer_->texts, ElementsAre("(", "1\n", "\n******* Dropped 1 messages *******\n\n", ")"));
+}
+
+TEST_F(QueueingWriter, ThatWasRemovedWritesOutWhatItHasAndKeepsItsSum) {
+  Log(1);
+  writer_->flooded = true;
+  Log(1);
+  own_.logger->RemoveWriter("a");
+  writer_->Flush(writer_->slots[0], 100);
+  EXPECT_THAT(writer_->texts, ElementsAre("(", "1\n", ")"));
+  EXPECT_EQ(writer_->slots[0].dropped, 1u);
+}
+
 TEST_F(QueueingWriter, DropsAndCountsWhatItDoesNotWant) {
   writer_->unwanted = "2";
   Log(3);

@@ -471,6 +471,23 @@ TEST(TxPollThread, EndsWhenItsItemsHaveMoreEventsThanTheSystemWaitsFor) {
   lines.Await("I TxThreadData::Run(): Thread TxPoll-test exited by callback");
 }
 
+TEST(TxPollThread, IsStartedOnceForAllWhoStartItAtOnce) {
+  const LogLines lines;
+  for (int i = 0; i < 100; ++i) {
+    const Poll poll;
+    support::StartLine line(3);
+    std::vector<std::thread> starters;
+    for (int starter = 0; starter < 3; ++starter) {
+      starters.emplace_back([&] {
+        line.ArriveAndWait();
+        EXPECT_TRUE(poll->StartScheduler());
+      });
+    }
+    for (std::thread& starter : starters) starter.join();
+  }
+  EXPECT_THAT(lines.Of("E TxPollThread::StartScheduler()"), IsEmpty());
+}
+
 TEST(TxPollThread, StartsAtTheFirstItemWhenItIsToldTo) {
   const Poll poll;
   poll->SetAutoStart(true);

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <thread>
+#include <vector>
 
 #include "platform/format.h"
 #include "platform/movedClock.h"
@@ -234,6 +235,25 @@ TEST(TxThread, IsStoppedForAllWhoWaitForIt) {
   go.Give();
   for (std::thread& stopper : stoppers) stopper.join();
   EXPECT_TRUE(thread.IsStopped());
+}
+
+// A waiter that is slow to come back finds the next thread, which it must not take for the one that it waited for.
+TEST(TxThread, MayBeStartedAgainWhileOthersComeBackFromWaitingForIt) {
+  const LogLines lines;
+  Job job = [] { return true; };
+  TxThread thread("Worker");
+  for (int i = 0; i < 300; ++i) {
+    ASSERT_TRUE(Start(thread, job));
+    std::vector<std::thread> waiters;
+    for (int waiter = 0; waiter < 3; ++waiter) {
+      waiters.emplace_back([&] { EXPECT_TRUE(thread.WaitForStop(kNoLimit)); });
+    }
+    EXPECT_TRUE(thread.Stop(kNoLimit));
+    EXPECT_TRUE(Start(thread, job));
+    EXPECT_TRUE(thread.Stop(kNoLimit));
+    for (std::thread& waiter : waiters) waiter.join();
+  }
+  EXPECT_THAT(lines.Of("D TxThread::WaitForStop()"), IsEmpty());
 }
 
 TEST(TxThread, WhoseLastOwnerGoesWhileItIsCalledWasDeleted) {
