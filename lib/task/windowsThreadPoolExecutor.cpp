@@ -29,12 +29,10 @@ FILETIME FileTime(std::uint64_t units) noexcept {
   return {.dwLowDateTime = static_cast<DWORD>(units), .dwHighDateTime = static_cast<DWORD>(units >> 32)};
 }
 
-// Makes the task known to its executor. The destructor must not need memory, so its list has room for every task.
+// Makes the task known to its executor. The end must not need memory, so its list has room for every task.
 template <class Task>
-void Keep(std::mutex& mutex, std::list<std::shared_ptr<Task>>& open, std::vector<Task*>& closing,
-          const std::shared_ptr<Task>& task) {
+void Keep(std::list<std::shared_ptr<Task>>& open, std::vector<Task*>& closing, const std::shared_ptr<Task>& task) {
   std::list<std::shared_ptr<Task>> entry{task};
-  const std::lock_guard lock(mutex);
   if (closing.capacity() <= open.size()) closing.reserve(2 * open.size() + 1);
   open.splice(open.end(), entry);
 }
@@ -96,7 +94,9 @@ WindowsThreadPoolExecutor::WindowsThreadPoolExecutor(TP_CALLBACK_ENVIRON* enviro
                                                      std::uint32_t timerWindow) noexcept
     : callbackEnvironment(environment), windowLength(timerWindow) {}
 
-WindowsThreadPoolExecutor::~WindowsThreadPoolExecutor() {
+WindowsThreadPoolExecutor::~WindowsThreadPoolExecutor() { shutDown(); }
+
+void WindowsThreadPoolExecutor::shutDown() noexcept {
   std::unique_lock lock(mutex);
   closing = true;
   auto openTimers = TakeToClose(timers, closingTimers);
@@ -114,8 +114,9 @@ std::shared_ptr<WtpTimerTaskContext> WindowsThreadPoolExecutor::create(std::func
   auto task = std::make_shared<WtpTimerTaskContext>(this);
   task->context = std::make_unique<TimerCallbackContext>();
   task->context->function = std::move(function);
-  task->poolObject = CreateThreadpoolTimer(&TimerCallback, task->context.get(), callbackEnvironment);
-  Keep(mutex, timers, closingTimers, task);
+  const std::lock_guard lock(mutex);
+  Keep(timers, closingTimers, task);
+  if (!closing) task->poolObject = CreateThreadpoolTimer(&TimerCallback, task->context.get(), callbackEnvironment);
   return task;
 }
 
@@ -150,8 +151,9 @@ std::shared_ptr<WtpWaitTaskContext> WindowsThreadPoolExecutor::create(WaitableHa
   task->context = std::make_unique<WaitCallbackContext>();
   task->context->function = std::move(function);
   task->context->waitHandle = handle;
-  task->poolObject = CreateThreadpoolWait(&WaitCallback, task->context.get(), callbackEnvironment);
-  Keep(mutex, waits, closingWaits, task);
+  const std::lock_guard lock(mutex);
+  Keep(waits, closingWaits, task);
+  if (!closing) task->poolObject = CreateThreadpoolWait(&WaitCallback, task->context.get(), callbackEnvironment);
   return task;
 }
 
@@ -177,8 +179,9 @@ std::shared_ptr<WtpWorkTaskContext> WindowsThreadPoolExecutor::create(std::funct
   auto task = std::make_shared<WtpWorkTaskContext>(this);
   task->context = std::make_unique<WorkCallbackContext>();
   task->context->function = std::move(function);
-  task->poolObject = CreateThreadpoolWork(&WorkCallback, task->context.get(), callbackEnvironment);
-  Keep(mutex, works, closingWorks, task);
+  const std::lock_guard lock(mutex);
+  Keep(works, closingWorks, task);
+  if (!closing) task->poolObject = CreateThreadpoolWork(&WorkCallback, task->context.get(), callbackEnvironment);
   return task;
 }
 

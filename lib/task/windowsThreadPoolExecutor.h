@@ -1,7 +1,7 @@
 // The executor over the system's thread pool: each task is one object of the pool.
 //
-// The executor may go while clients still hold tasks: its destructor then waits, without a time-out, until they have
-// let go of them. It may run on any thread but in a callback of the executor's own tasks.
+// The executor may end while clients still hold tasks: its end then waits, without a time-out, until they have let go
+// of them. It may come on any thread but in a callback of the executor's own tasks.
 #pragma once
 
 #include <condition_variable>
@@ -55,6 +55,10 @@ class WindowsThreadPoolExecutor final : public TaskExecutor {
   WindowsThreadPoolExecutor(platform::TP_CALLBACK_ENVIRON* environment, std::uint32_t timerWindow) noexcept;
   ~WindowsThreadPoolExecutor() override;
 
+  // What the destructor does, for who wants the tasks' end now and cannot know whether others hold the executor too.
+  // They may go on to call it: tasks that are made from here on have no object of the pool, and never fire.
+  void shutDown() noexcept;
+
   [[nodiscard]] std::shared_ptr<WtpTimerTaskContext> create(std::function<void()> function) override;
   void setRelative(const std::shared_ptr<WtpTimerTaskContext>& task, std::chrono::nanoseconds delay,
                    std::chrono::nanoseconds period) override;
@@ -93,7 +97,7 @@ class WindowsThreadPoolExecutor final : public TaskExecutor {
   std::list<std::shared_ptr<WtpWaitTaskContext>> waits;
   std::list<std::shared_ptr<WtpWorkTaskContext>> works;
   bool closing = false;
-  // The tasks that the destructor waits for.
+  // The tasks that the end waits for.
   std::vector<WtpTimerTaskContext*> closingTimers;
   std::vector<WtpWaitTaskContext*> closingWaits;
   std::vector<WtpWorkTaskContext*> closingWorks;

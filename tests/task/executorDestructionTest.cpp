@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <thread>
 
+#include "lib/task/waitTask.h"
 #include "lib/task/workTask.h"
 #include "tests/task/taskSupport.h"
 
@@ -118,6 +120,65 @@ TEST(ExecutorDestruction, WaitsForRunningCallbacks) {
     EXPECT_TRUE(left);
     opener.join();
   }
+}
+
+// Others may hold the executor, as who is about to connect, and destroy their tasks when the group has gone.
+TEST(ExecutorShutDown, EndsTheTasksOfAnExecutorThatIsStillHeld) {
+  for (int i = 0; i < kRepetitions; ++i) {
+    const Signal signal;
+    std::atomic<int> functionsEnded{0};
+    std::optional<Executor> executor(std::in_place);
+    const auto held = executor->Share();
+    std::optional<WaitTask> wait(std::in_place, *held, signal.Handle(), [life = Life(functionsEnded)] {});
+    wait->start();
+    executor->ShutDown();
+    EXPECT_EQ(functionsEnded, 1);
+    executor.reset();
+    wait->start();
+    wait.reset();
+  }
+}
+
+TEST(ExecutorShutDown, WaitsUntilClientsLetGoOfTheirTasks) {
+  for (int i = 0; i < kRepetitions; ++i) {
+    std::atomic<bool> gone{false};
+    Executor executor;
+    const auto held = executor.Share();
+    auto task = executor->create([](void*, void*) {});
+    executor->submit(task, {}, {});
+    std::thread client([&, kept = std::move(task)]() mutable {
+      gone = true;
+      kept.reset();
+    });
+    executor.ShutDown();
+    EXPECT_TRUE(gone);
+    client.join();
+  }
+}
+
+TEST(ExecutorShutDown, LeavesAnExecutorWhoseNewTasksNeverFire) {
+  std::atomic<int> fired{0};
+  std::atomic<int> released{0};
+  std::optional<Executor> executor(std::in_place);
+  const auto held = executor->Share();
+  executor->ShutDown();
+  executor->ShutDown();
+  executor.reset();
+  const Signal signal;
+  signal.Set();
+  const auto timer = held->create([&] { ++fired; });
+  const auto wait = held->create(signal.Handle(), [&] { ++fired; });
+  auto work = held->create([&](void*, void*) { ++fired; });
+  held->setRelative(timer, 0ns, 1ms);
+  held->start(wait);
+  held->submit(work, Counting(released), {});
+  held->waitForCallbacks(timer);
+  held->waitForCallbacks(wait);
+  held->waitForCallbacks(work);
+  held->close(timer);
+  held->close(std::move(work));
+  EXPECT_EQ(fired, 0);
+  EXPECT_EQ(released, 1);
 }
 
 }  // namespace

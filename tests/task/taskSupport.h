@@ -42,13 +42,14 @@ class Executor {
   TaskExecutor* operator->() const { return executor_.get(); }
   TaskExecutor& operator*() const { return *executor_; }
   void Destroy() { executor_.reset(); }
+  void ShutDown() { executor_->shutDown(); }
   [[nodiscard]] std::shared_ptr<TaskExecutor> Share() const { return executor_; }
 
  private:
   UniquePool pool_;
   UniqueCleanupGroup group_{CreateThreadpoolCleanupGroup()};
   TP_CALLBACK_ENVIRON environment_{};
-  std::shared_ptr<TaskExecutor> executor_;
+  std::shared_ptr<WindowsThreadPoolExecutor> executor_;
 };
 
 // Keeps a thread of the executor in a callback, from here until it is opened. With one thread, all behind it is queued.

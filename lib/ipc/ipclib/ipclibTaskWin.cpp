@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "lib/ipc/ipclib/ipclibTrace.h"
-#include "lib/task/windowsThreadPoolExecutor.h"
 
 namespace quill::ipc {
 namespace {
@@ -13,7 +12,7 @@ constexpr std::uint32_t kTimerWindow = 0;  // Timers are as punctual as the syst
 }  // namespace
 
 LmIpclibTaskWin::~LmIpclibTaskWin() {
-  executor_.reset();
+  if (executor_) executor_->shutDown();
   if (group_) closeGroup();
 }
 
@@ -39,10 +38,11 @@ LmIpcStatusCode LmIpclibTaskWin::makeExecutor() {
 
 void LmIpclibTaskWin::uninit(std::unique_lock<std::mutex>& lock) {
   Trace(TraceChannel::Lib, "> ");
-  auto executor = std::exchange(executor_, nullptr);
+  const auto executor = std::exchange(executor_, nullptr);
   lock.unlock();
-  // Waits for callbacks, so not under the lock: a link that ends in one of them wants it.
-  executor.reset();
+  // Waits for callbacks, so not under the lock: a link that ends in one of them wants it. Who is about to connect may
+  // hold the executor for a while yet, and tasks with it, which must not outlive their group.
+  if (executor) executor->shutDown();
   if (group_) {
     Trace(TraceChannel::Lib, "Waiting for group callbacks to complete");
     closeGroup();

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "lib/ipc/ipclib/ipclibTask.h"
+#include "lib/task/windowsThreadPoolExecutor.h"
 #include "platform/raii.h"
 #include "platform/threadPool.h"
 
@@ -23,7 +24,7 @@ class LmIpclibTaskWin final : public LmIpclibTask {
   LmIpcStatusCode makeExecutor();
   void closeGroup() noexcept;
 
-  std::shared_ptr<task::TaskExecutor> executor_;
+  std::shared_ptr<task::WindowsThreadPoolExecutor> executor_;
   platform::TP_CALLBACK_ENVIRON environment_{};  // The executor refers to it.
   platform::UniqueCleanupGroup group_;
 };
