@@ -64,9 +64,9 @@ class LmIpcClient : public LmIpcBase {
   virtual void OnMessage(const std::uint8_t* data, std::uint32_t size) = 0;
 
   // Waits until the service has answered. With `option` other than 0 the service must prove that it is the system's.
-  //   Unexpected   the library cannot begin its work
+  //   Unexpected   the library cannot begin its work: `ipclib` is empty, and this may be called again
   //   otherwise what LmIpclib::connect says
-  // After a failure only CloseStream may be called.
+  // After any other failure only CloseStream may be called.
   LmIpcStatusCode ConnectToStream(const platform::GUID& endpoint, int option);
 
   // Hands a copy of the bytes to the library: true says no more than that it took them. Not for 0 bytes.

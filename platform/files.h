@@ -69,8 +69,8 @@ inline constexpr KNOWNFOLDERID FOLDERID_ProgramFiles{
 HRESULT SHGetKnownFolderPath(const KNOWNFOLDERID& folder, DWORD flags, std::nullptr_t token, char16_t** path) noexcept;
 void CoTaskMemFree(void* memory) noexcept;
 
-// Appends with one separator between, into a buffer of `size` units. Negative, and the path as it was, when it does not
-// fit. A rooted `more` takes the path's place.
+// Appends a relative path with one separator between, into a buffer of `size` units. Negative, and the path as it was,
+// when it does not fit.
 HRESULT PathCchAppend(char16_t* path, std::size_t size, const char16_t* more) noexcept;
 
 // Both work on text of the system's ANSI code page, into buffers of `size` bytes.

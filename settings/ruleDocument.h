@@ -18,8 +18,9 @@ class Value;
 
 namespace settings {
 
-// The whole document; empty, traced, when the settings do not allow one, and then keys that were opened stay open, as
-// settled. A document that is read from the legacy root always says that redirection is off.
+// The whole document. Empty when the settings do not allow one: traced, unless it is `Enabled` that both roots lack;
+// and keys that were opened stay open, as settled. A document that is read from the legacy root always says that
+// redirection is off, and leaves the current root's key open.
 [[nodiscard]] std::string GetUrlRedirectionRules(BrowserType browser);
 
 // Rewrites a list of rules separated by ";" without its empty elements, and with a dot ahead of a leading asterisk, so
