@@ -187,6 +187,18 @@ TEST(OpenPayload, ThatIsTooShortIsRefused) {
   }
 }
 
+TEST(OpenPayload, IsKnownWithoutTakingItsName) {
+  for (const char length : {'\0', '\1', '\2', '\3', '\4', '\5', '\xFF'}) {
+    const std::string whole{length, '\0', '\0', '\0', 'a', '\0', 'b', '\0'};
+    for (std::size_t size = 0; size <= whole.size(); ++size) {
+      const std::string payload = whole.substr(0, size);
+      EXPECT_EQ(isOpenPayload(AsBytes(payload)), readOpenPayload(AsBytes(payload)).has_value());
+      EXPECT_EQ(isOpenPayload(AsBytes(payload)),
+                size > 4 && length >= 2 && static_cast<std::size_t>(length) <= size - 4);
+    }
+  }
+}
+
 TEST(OpenPayload, WithALengthBelowTwoIsRefused) {
   EXPECT_FALSE(readOpenPayload(AsBytes(std::string("\x01\0\0\0a\0", 6))));
   EXPECT_FALSE(readOpenPayload(AsBytes(std::string("\x00\0\0\0a\0", 6))));

@@ -123,9 +123,16 @@ TEST_F(StreamBlocks, OfAnOpenWithoutAProperNameAreRefused) {
 
 TEST_F(StreamBlocks, OfAnAcknowledgementThatNobodyWaitsForChangeNothing) {
   Connect();
+  const auto lines = std::make_shared<quill::log::LineSink>();
+  ipcTrace->stream()->setLevel(kTraceLevel);
+  ipcTrace->stream()->addSink(lines);
   Answer(Status::AccessDenied);
+  ipcTrace->removeAllSinks();
   EXPECT_EQ(stream->state(), State::Connected);
   EXPECT_EQ(stream->remoteStreamId(), kPeerId);
+  std::vector<std::string> told;
+  for (const auto& line : lines->Take()) told.push_back(line.function);
+  EXPECT_THAT(told, testing::Contains("completeConnectExistingLink")) << "though there is nothing to do";
   pool::RunAll();
   EXPECT_THAT(heard.texts, IsEmpty());
 }

@@ -152,8 +152,8 @@ std::shared_ptr<LmIpclibMsg> LmIpclibStream::newOpen() {
 
 void LmIpclibStream::completeConnectExistingLink(Lock& lock, LmIpcStatusCode status, StreamFlags peerFlags,
                                                  std::uint64_t peerStreamId, ConnectWait newWait) {
+  const StreamTrace trace(TraceChannel::Stream, *this);
   if (connectWait_ != ConnectWait::Pending) return;
-  StreamTrace trace(TraceChannel::Stream, *this);
   connectStatus_ = status;
   if (status != LmIpcStatusCode::Success) {
     setState(State::Closed);

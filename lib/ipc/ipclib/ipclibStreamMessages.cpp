@@ -33,7 +33,7 @@ class MessageTrace {
 bool isWellFormed(const LmIpclibMsg& message) {
   if (message.msgType() == LmIpclibMsgType::Msg) return message.size() != 0;
   if (message.msgType() != LmIpclibMsgType::Open) return true;
-  return readOpenPayload({message.data(), message.size()}).has_value();
+  return isOpenPayload({message.data(), message.size()});
 }
 
 }  // namespace

@@ -9,6 +9,13 @@ namespace {
 
 constexpr std::string_view kTypeNames[] = {"None", "Open", "OpenAck", "Close", "CloseAck", "Shutdown", "Msg"};
 
+constexpr std::size_t kOpenLengthSize = 4;
+
+// REQUIRES: payload.size() >= kOpenLengthSize.
+std::uint32_t nameLength(std::span<const std::byte> payload) noexcept {
+  return readLittleEndian<std::uint32_t>(payload.first<kOpenLengthSize>());
+}
+
 // Takes field after field from bytes that are known to be enough.
 class FieldReader {
  public:
@@ -110,20 +117,24 @@ bool isWellFramed(const LmIpclibBlockHeader& header) noexcept {
   return header.blockSize == std::uint64_t{header.headerSize()} + header.dataSize;
 }
 
+bool isOpenPayload(std::span<const std::byte> payload) noexcept {
+  if (payload.size() <= kOpenLengthSize) return false;
+  const std::uint32_t length = nameLength(payload);
+  return length >= 2 && length <= payload.size() - kOpenLengthSize;
+}
+
 std::optional<std::u16string> readOpenPayload(std::span<const std::byte> payload) {
-  constexpr std::size_t kLengthSize = 4;
-  if (payload.size() <= kLengthSize) return std::nullopt;
-  const std::uint32_t length = readLittleEndian<std::uint32_t>(payload.first<kLengthSize>());
-  if (length < 2 || length > payload.size() - kLengthSize) return std::nullopt;
+  if (!isOpenPayload(payload)) return std::nullopt;
+  const std::size_t units = nameLength(payload) / 2;
   std::u16string name;
-  name.reserve(length / 2);
-  FieldReader units(payload.subspan(kLengthSize));
-  while (name.size() < length / 2) name.push_back(static_cast<char16_t>(units.take<std::uint16_t>()));
+  name.reserve(units);
+  FieldReader fields(payload.subspan(kOpenLengthSize));
+  while (name.size() < units) name.push_back(static_cast<char16_t>(fields.take<std::uint16_t>()));
   return name;
 }
 
 std::string writeOpenPayload(std::u16string_view name) {
-  std::string payload(4 + 2 * name.size(), '\0');
+  std::string payload(kOpenLengthSize + 2 * name.size(), '\0');
   FieldWriter fields(std::as_writable_bytes(std::span(payload)));
   fields.put(static_cast<std::uint32_t>(2 * name.size()));
   for (const char16_t unit : name) fields.put(static_cast<std::uint16_t>(unit));

@@ -77,9 +77,10 @@ void writeBlockHeader(std::span<std::byte> bytes, const LmIpclibBlockHeader& hea
 // Whether a block of a type that is sent agrees with itself: sizes, flags and the address that its type asks for.
 [[nodiscard]] bool isWellFramed(const LmIpclibBlockHeader& header) noexcept;
 
-// The stream name in the payload of an Open: its length in bytes (32 bits), then its UTF-16 units. Nothing when the
-// payload is shorter than five bytes or than the length says, or the length is below 2. What lies behind the name, or
-// is half a unit of it, is ignored.
+// The payload of an Open is a stream name: its length in bytes (32 bits), then its UTF-16 units. It is none when it is
+// shorter than five bytes or than the length says, or the length is below 2. What lies behind the name, or is half a
+// unit of it, is ignored. The question takes no memory.
+[[nodiscard]] bool isOpenPayload(std::span<const std::byte> payload) noexcept;
 [[nodiscard]] std::optional<std::u16string> readOpenPayload(std::span<const std::byte> payload);
 [[nodiscard]] std::string writeOpenPayload(std::u16string_view name);
 
