@@ -1,12 +1,8 @@
-// The order of fields and of virtual operations, which code that was built elsewhere relies on.
+#include "tests/support/layout.h"
+
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <bit>
-#include <cstddef>
-#include <functional>
 #include <string>
-#include <vector>
 
 #include "runtime/functionTrace.h"
 #include "runtime/impersonateSession.h"
@@ -20,49 +16,9 @@
 #include "runtime/xString.h"
 #include "tests/runtime/recordingWriter.h"
 
-namespace runtime {
-namespace {
+namespace support {
 
-using Offsets = std::vector<std::ptrdiff_t>;
-
-// Where the fields of an object lie. Not offsetof, which knows plain classes only: the object is alive.
-template <class Object, class... Members>
-Offsets OffsetsOf(const Object& object, Members... members) {
-  const auto* const begin = reinterpret_cast<const std::byte*>(&object);
-  return {reinterpret_cast<const std::byte*>(&(object.*members)) - begin...};
-}
-
-// Fields that a class keeps to itself: an explicit instantiation may name them all the same.
-template <class Object, auto... members>
-struct Reveal {
-  friend Offsets FieldsOf(const Object& object) { return OffsetsOf(object, members...); }
-};
-
-// Makes FieldsOf for objects of the class, with the fields in their settled order.
-#define SETTLED_FIELDS(Class, ...) \
-  Offsets FieldsOf(const Class&);  \
-  template struct Reveal<Class, __VA_ARGS__>
-
-void ExpectInOrder(const Offsets& offsets) {
-  EXPECT_EQ(std::ranges::adjacent_find(offsets, std::ranges::greater_equal()), offsets.end())
-      << testing::PrintToString(offsets);
-}
-
-// The place of a virtual operation in its class's table. Both targets have the compiler's one way to point to it: its
-// place in bytes, and one more, which no address of a function is.
-template <class Operation>
-std::size_t PlaceOf(Operation operation) {
-  struct Pointer {
-    std::ptrdiff_t function;
-    std::ptrdiff_t adjustment;
-  };
-  const auto pointer = std::bit_cast<Pointer>(operation);
-  EXPECT_EQ(pointer.function % 2, 1) << "not virtual";
-  return static_cast<std::size_t>(pointer.function) / sizeof(void*);
-}
-
-// The destructor is there twice: with and without giving the memory back.
-constexpr std::size_t kBehindDestructor = 2;
+using namespace runtime;
 
 SETTLED_FIELDS(RCObject, &RCObject::refCount, &RCObject::counted, &RCObject::weakReference);
 SETTLED_FIELDS(WkReference, &WkReference::target);
@@ -99,6 +55,16 @@ SETTLED_FIELDS(StringUtils::XString, &StringUtils::XString::wide, &StringUtils::
 SETTLED_FIELDS(TxTimer, &TxTimer::start, &TxTimer::pausedAt);
 SETTLED_FIELDS(FunctionTrace, &FunctionTrace::functionName, &FunctionTrace::text, &FunctionTrace::enterLevel,
                &FunctionTrace::exitLevel, &FunctionTrace::timer, &FunctionTrace::timed, &FunctionTrace::logger);
+
+}  // namespace support
+
+namespace runtime {
+namespace {
+
+using support::ExpectInOrder;
+using support::FieldsOf;
+using support::kBehindDestructor;
+using support::PlaceOf;
 
 class Item : public TxPollItem {
  public:
