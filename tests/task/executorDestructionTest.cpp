@@ -129,7 +129,7 @@ TEST(ExecutorShutDown, EndsTheTasksOfAnExecutorThatIsStillHeld) {
     std::atomic<int> functionsEnded{0};
     std::optional<Executor> executor(std::in_place);
     const auto held = executor->Share();
-    std::optional<WaitTask> wait(std::in_place, *held, signal.Handle(), [life = Life(functionsEnded)] {});
+    auto wait = std::make_unique<WaitTask>(*held, signal.Handle(), [life = Life(functionsEnded)] {});
     wait->start();
     executor->ShutDown();
     EXPECT_EQ(functionsEnded, 1);
