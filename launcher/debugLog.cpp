@@ -66,7 +66,7 @@ bool IsDebugLogEnabled() noexcept {
   return state.enabled.load(std::memory_order_relaxed);
 }
 
-void AppendDebugLogLine(std::u16string_view text) {
+void AppendDebugLogLine(std::u16string_view text) noexcept try {
   platform::SYSTEMTIME now{};
   platform::GetLocalTime(&now);
   UpdatePath(now);
@@ -76,6 +76,8 @@ void AppendDebugLogLine(std::u16string_view text) {
   if (file == nullptr) return;
   platform::fputws(stamped.c_str(), file);
   platform::fclose(file);
+} catch (const std::bad_alloc&) {
+  return;
 }
 
 namespace detail {

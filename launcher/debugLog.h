@@ -11,6 +11,7 @@
 
 #include <array>
 #include <atomic>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,7 +32,7 @@ extern State state;
 // Whether the DebugLog setting is on: of the user's root key if there is one, else of the machine's.
 [[nodiscard]] bool IsDebugLogEnabled() noexcept;
 
-void AppendDebugLogLine(std::u16string_view text);
+void AppendDebugLogLine(std::u16string_view text) noexcept;
 
 namespace detail {
 void WriteNarrow(const std::optional<std::string>& text);
@@ -40,14 +41,18 @@ void SendToHelper(std::u16string text);
 
 // Narrow text is not decoded: each byte becomes one unit.
 template <class... Arguments>
-void LogDirect(platform::NarrowFormat<Arguments...> format, const Arguments&... arguments) {
+void LogDirect(platform::NarrowFormat<Arguments...> format, const Arguments&... arguments) noexcept try {
   detail::WriteNarrow(platform::FormatNarrow<Arguments...>(format, arguments...));
+} catch (const std::bad_alloc&) {
+  return;  // Lost, as all that cannot be written.
 }
 
 template <class... Arguments>
-void TraceViaHelper(platform::WideFormat<Arguments...> format, const Arguments&... arguments) {
+void TraceViaHelper(platform::WideFormat<Arguments...> format, const Arguments&... arguments) noexcept try {
   if (!IsDebugLogEnabled()) return;
   detail::SendToHelper(platform::Format<Arguments...>(format, arguments...));
+} catch (const std::bad_alloc&) {
+  return;
 }
 
 }  // namespace debugLog

@@ -37,7 +37,8 @@ class TxPollItem : public RCObject {
   void Disable(bool wait);
   void Enable();
 
-  // While its timer is paused the item's timeout plays no part, and it does not run.
+  // While its timer is paused the item's timeout plays no part, and it does not run. Not guarded: for who has the item
+  // to himself, as before it is added.
   [[nodiscard]] TxElapsedTimer& Timer() noexcept { return timer; }
   [[nodiscard]] const std::string& Name() const noexcept { return name; }
 

@@ -48,7 +48,8 @@ class TxThreadData : public RCObject {
 
   // The worker's life.
   void Run();
-  // Both throw std::system_error when the system refuses. A thread that cannot be joined ends the process.
+  // Both throw std::system_error when the system refuses; out of a TxThread's destructor that ends the process. So does
+  // a thread that cannot be joined.
   void Join();
   void Detach();
 

@@ -6,6 +6,7 @@
 #include "launcher/debugLog.h"
 #include "platform/error.h"
 #include "platform/linux/testHooks.h"
+#include "tests/support/addressSpaceLinux.h"
 #include "tests/unit/frontEndTest.h"
 
 namespace unit {
@@ -130,6 +131,21 @@ TEST_F(DebugLogClock, TextsOfSeveralThreadsAreKeptWhole) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_THAT(log.Texts(), testing::AllOf(testing::SizeIs(200), testing::Each("text\n")));
+}
+
+TEST_F(DebugLogClock, ATextThatThereIsNoMemoryForIsLostAndItsWriterGoesOn) {
+  if (!support::kAddressSpaceCanBeBounded) GTEST_SKIP() << "a sanitizer's allocator ends the process itself";
+  support::SetNumber(Hive::Machine, kRoot, u"DebugLog", 1);
+  const std::string narrow(std::size_t{64} << 20, 'x');
+  const std::u16string wide(std::size_t{64} << 20, u'x');
+  {
+    const support::BoundedAddressSpace bound(rlim_t{8} << 20);
+    AppendDebugLogLine(wide);
+    debugLog::LogDirect("%s", narrow);
+    debugLog::TraceViaHelper(u"%s", wide);
+  }
+  debugLog::LogDirect("%s\n", "behind them");
+  EXPECT_THAT(log.Texts(), ElementsAre("behind them\n"));
 }
 
 }  // namespace
