@@ -36,8 +36,10 @@ bool SearchFromLineStarts(const std::wstring& text, const std::wregex& rule) {
   }
 }
 
+std::wregex Compiled(std::u16string_view rule) { return std::wregex(Units(rule), std::wregex::ECMAScript); }
+
 bool Search(const std::wstring& text, std::u16string_view rule) {
-  const std::wregex expression(Units(rule), std::wregex::ECMAScript);
+  const std::wregex expression = Compiled(rule);
   return MatchesFromLineStartsAlone(rule) ? SearchFromLineStarts(text, expression)
                                           : std::regex_search(text, expression);
 }
@@ -82,7 +84,11 @@ bool SearchOnThreadOfItsOwn(const std::wstring& text, std::u16string_view rule, 
   Task task{.text = text, .rule = rule, .matched = false, .failure = nullptr, .done = false};
   const platform::UniqueThread thread(
       platform::CreateThread(nullptr, stack, &RunTask, &task, platform::STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr));
-  if (!thread) return false;
+  if (!thread) {
+    // What is no expression is told all the same, if the rule can be read here.
+    if (StackNeeded(0, rule) <= kCallersStack) static_cast<void>(Compiled(rule));
+    return false;
+  }
   platform::WaitForSingleObject(thread.get(), platform::INFINITE);
   // The thread uses this frame, which must not go before it, also when the system refuses to wait.
   while (!task.done.load(std::memory_order_acquire)) std::this_thread::yield();

@@ -9,7 +9,7 @@ namespace launcher {
 // text that is no such expression.
 //
 // The matcher recurses, about once a character: a text that needs more stack than any caller has is searched on a
-// thread of its own. Where no such thread can be had the answer is false.
+// thread of its own. Where no such thread can be had the answer is false, for a rule that is an expression.
 [[nodiscard]] bool ContainsMatch(std::u16string_view text, std::u16string_view rule);
 
 // Whether a search for the rule may try the starts of lines alone, with the same answer: the rule begins with a run of
