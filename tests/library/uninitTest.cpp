@@ -180,6 +180,27 @@ TEST_F(LibraryUninit, EndsAConnectThatIsUnderWay) {
   EXPECT_EQ(waited, Status::InvalidState);
 }
 
+// Who is about to connect holds the executor. The end of the tasks must not wait for that, nor for who holds a link.
+TEST_F(LibraryUninit, EndsTheTasksOfALinkThatSomebodyHoldsWhileAnotherIsMade) {
+  Start(kAtOnce);
+  auto stream = Connected();
+  auto link = NewestLink();
+  support::Signal asked;
+  support::Signal goesOn;
+  service.answers = [&] {
+    asked.Give();
+    goesOn.Await();
+    return Status::Success;
+  };
+  std::thread connects([&] { EXPECT_EQ(Connect(kOwnLink).status(), Status::InvalidState); });
+  asked.Await();
+  static_cast<void>(library->uninit());
+  stream.reset();
+  link.reset();
+  goesOn.Give();
+  connects.join();
+}
+
 TEST(LibraryThatHasEnded, LeavesNoHandleOpen) {
   const auto whole = [] {
     Service service;
