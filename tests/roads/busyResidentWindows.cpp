@@ -1,5 +1,5 @@
-// A client that is slow to start keeps the resident waiting for its first input. Only on this target: programs of the
-// other have no input to wait for, so a start keeps nobody.
+// Launchers beside a client that is slow to start, and the resident once that is up. Only on this target: programs of
+// the other have no input that a resident could wait for, so a start keeps nobody.
 #include <gmock/gmock.h>
 
 #include "tests/roads/roadMachine.h"
@@ -7,7 +7,7 @@
 namespace roads {
 namespace {
 
-TEST(BusyResident, WaitsForASlowClientWhileLaunchersGiveUp) {
+TEST(BusyResident, StartsTheNextClientOnceASlowOneHasComeUp) {
   RoadMachine machine;
   machine.SetUp(u"Client");
   machine.StartResident();
