@@ -1,22 +1,37 @@
 // The settings watcher when a key is deleted that it watches: Windows signals that, and so does this platform; Wine 8
 // does not, and the watcher would wait there for good. When changes come without a pause. And when the system cannot
-// make the path of a key.
+// make the path of a key, or does not watch one.
 #include <filesystem>
 #include <thread>
 #include <utility>
 
 #include "platform/error.h"
+#include "platform/format.h"
 #include "platform/linux/testHooks.h"
 #include "tests/resident/settingsWatcherTest.h"
 
 namespace resident {
 namespace {
 
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::EndsWith;
-using testing::StartsWith;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+
+// What is logged of a key that has been deleted; of which one it is, the digits tell.
+constexpr const char* kNotWatched = "RegNotifyChangeKeyValue failed for [0-9A-F]{16}, err=0x000003fa\n";
+
+// The handle that the watcher's key of the machine will be: the first that is free goes to whoever asks. The start asks
+// for the thread, and the watcher for an event and a key of either side, the user's first.
+platform::HKEY MachineKeyToCome() {
+  const platform::UniqueEvent asked[] = {platform::UniqueEvent(platform::CreateEventW(nullptr, false, false, nullptr)),
+                                         platform::UniqueEvent(platform::CreateEventW(nullptr, false, false, nullptr)),
+                                         platform::UniqueEvent(platform::CreateEventW(nullptr, false, false, nullptr)),
+                                         platform::UniqueEvent(platform::CreateEventW(nullptr, false, false, nullptr))};
+  platform::UniqueKey key;
+  EXPECT_EQ(platform::RegOpenKeyExW(platform::HKEY_LOCAL_MACHINE, kRoot.c_str(), 0, platform::KEY_READ, key.put()), 0);
+  return key.get();
+}
 
 // Which of the calls that can fail, from 1 on, is the `number`-th of that name; 0 when none is.
 unsigned PlaceOf(const std::vector<std::string>& calls, const std::string& name, int number) {
@@ -57,7 +72,7 @@ TEST_F(SettingsWatcher, GoesOnWithTheMachinesSideWhenTheUsersKeyIsDeleted) {
   DeleteOrigin();
   Await(platform::WM_DESTROY);
   Join();
-  EXPECT_THAT(log.Texts(), Contains(AllOf(StartsWith("RegNotifyChangeKeyValue failed for "), EndsWith("\n"))));
+  EXPECT_THAT(log.Texts(), Contains(MatchesRegex(kNotWatched)));
 }
 
 // Here alone, for Wine 8 forgets a change that comes between an order and the next watch: Windows keeps it.
@@ -98,6 +113,35 @@ TEST_F(SettingsWatcher, WhosePathCannotBeMadeEndsAndSaysSo) {
     platform::test::DisarmFaults();
     EXPECT_THAT(log.Texts(), ElementsAre(std::string("Failed to open root key under ") + hive + ", err=0x8007007a\n"));
   }
+}
+
+class UnwatchedKey : public SettingsWatcher {
+ protected:
+  ~UnwatchedKey() override { platform::test::DisarmFaults(); }
+};
+
+TEST_F(UnwatchedKey, OfTheMachineEndsTheWatcherWhichNamesKeyAndErrorAndOrdersNothing) {
+  MakeSettings();
+  const std::string line =
+      support::Narrow(platform::Format(u"RegNotifyChangeKeyValue failed for %p, err=0x00000005\n", MachineKeyToCome()));
+  platform::test::ArmFaultsOf("RegNotifyChangeKeyValue", platform::ERROR_ACCESS_DENIED);
+  Start();
+  Join();  // By itself, without the event.
+  EXPECT_THAT(seen, IsEmpty());
+  EXPECT_THAT(log.Texts(), ElementsAre(line));
+}
+
+// Between two changes the watcher comes back to the machine's key first.
+TEST_F(UnwatchedKey, OfTheMachineAfterAChangeEndsTheWatcherWithoutAWithdrawal) {
+  MakeSettings();
+  StartAndChange(Hive::Machine);
+  platform::test::ArmFaultsOf("RegNotifyChangeKeyValue", platform::ERROR_KEY_DELETED);
+  support::SetNumber(Hive::Machine, kRoot, u"Change", ++changes_);
+  Join();
+  EXPECT_THAT(seen, testing::Each(platform::WM_USER));
+  ASSERT_THAT(log.Texts(), testing::Not(IsEmpty()));
+  EXPECT_THAT(log.Texts(), testing::Each(MatchesRegex(kNotWatched)));
+  EXPECT_TRUE(KeyExists(Hive::User, kUserKey));
 }
 
 }  // namespace
