@@ -94,5 +94,40 @@ TEST_F(DefaultHandlerFaults, TheLaunchSchemesKeysThatCannotBeHadAreLogged) {
   EXPECT_THAT(log.Texts(), Contains("Failed to open key for custom protocol\n"));
 }
 
+TEST_F(DefaultHandlerFaults, TheLaunchSchemesValuesThatCannotBeWrittenAreBothTriedAndNotReported) {
+  platform::test::ArmFaultsOf("RegSetValueExW", platform::ERROR_GEN_FAILURE);
+  settings::SetCustomProtocolKey(true);
+  platform::test::DisarmFaults();
+  EXPECT_THAT(platform::test::CountedCalls(), Contains("!RegSetValueExW").Times(2));
+  EXPECT_TRUE(KeyExists(Hive::User, kClasses + kLaunchScheme + kCommand));
+  EXPECT_EQ(Stored(Hive::User, kClasses + kLaunchScheme, u"URL Protocol"), std::nullopt);
+  EXPECT_THAT(log.Texts(), IsEmpty());
+}
+
+// A list that is gathered while nobody can tell how many subkeys a key has.
+template <class Gather>
+HandlerList GatheredWithoutACount(Gather gather) {
+  HandlerList list;
+  platform::test::ArmFaultsOf("RegQueryInfoKeyW", platform::ERROR_GEN_FAILURE);
+  EXPECT_TRUE(gather(list));
+  platform::test::DisarmFaults();
+  return list;
+}
+
+TEST_F(DefaultHandlerFaults, ClassesThatCannotBeCountedAreNoneAndLogged) {
+  support::SetText(Hive::User, kClasses + u"a" + kCommand, u"", u"lumenar-url-protocol-launch-helper.exe");
+  EXPECT_THAT(GatheredWithoutACount(&settings::EnumerateDefaultHandlers), IsEmpty());
+  EXPECT_THAT(log.Texts(),
+              ElementsAre("EnumerateDefaultHandlers: RegQueryInfoKey failed for key 'SOFTWARE\\Classes'.\n"));
+}
+
+TEST_F(DefaultHandlerFaults, SchemesToRedirectThatCannotBeCountedAreNoneAndLogged) {
+  MakeMachine(u"Client");
+  support::CreateKey(Hive::Machine, kRoot + u"\\" + Scheme(u"a"));
+  EXPECT_THAT(GatheredWithoutACount([](HandlerList& list) { return settings::GetSupportedProtocols(list, 1); }),
+              IsEmpty());
+  EXPECT_THAT(log.Texts(), ElementsAre("GetSupportedProtocols: RegQueryInfoKey failed.\n"));
+}
+
 }  // namespace
 }  // namespace resident

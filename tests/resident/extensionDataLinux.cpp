@@ -56,5 +56,25 @@ TEST_F(ExtensionDataFaults, AKeyForFirefoxThatCannotBeMadeIsLogged) {
   EXPECT_THAT(log.Texts(), ElementsAre("Failed to create key for Firefox Url extension path.\n"));
 }
 
+TEST_F(ExtensionDataFaults, AKeyForFirefoxWhoseValueCannotBeWrittenIsLeftWithoutAWord) {
+  platform::test::ArmFaultsOf("RegSetValueExW", platform::ERROR_GEN_FAILURE);
+  browser::SetFirefoxManagedStorageKey(true, u"x");
+  platform::test::DisarmFaults();
+  EXPECT_THAT(platform::test::CountedCalls(), testing::Contains("!RegSetValueExW").Times(1));
+  EXPECT_TRUE(KeyExists(Hive::User, kFirefoxKey));
+  EXPECT_EQ(Stored(Hive::User, kFirefoxKey), std::nullopt);
+  EXPECT_THAT(log.Texts(), testing::IsEmpty());
+}
+
+TEST_F(ExtensionDataFaults, ForFirefoxAreWrittenAlsoWhenTheKeysValueCannotBe) {
+  MakeMachine(u"Client");
+  MakeFolder(FirefoxFolder());
+  platform::test::ArmFaultsOf("RegSetValueExW", platform::ERROR_GEN_FAILURE);
+  EXPECT_TRUE(browser::WriteExtensionData(BrowserType::Firefox));
+  platform::test::DisarmFaults();
+  EXPECT_NE(Content(FirefoxFolder() + u"\\data.json"), std::nullopt);
+  EXPECT_THAT(log.Texts(), testing::IsEmpty());
+}
+
 }  // namespace
 }  // namespace resident

@@ -54,6 +54,13 @@ TEST_F(ExtensionData, LiesInTheUsersLocalApplicationData) {
   EXPECT_THAT(helper.Traces(), ElementsAre(kNotForFirefox));
 }
 
+// It has no policy of its own, and does not heed the others'.
+TEST_F(ExtensionData, OfFirefoxIsLookedForWithTheSameMessageEachTime) {
+  SetText(Hive::Machine, kChromePolicy, u"UserDataDir", u"C:\\moved");
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(GetExtensionPath(BrowserType::Firefox), FirefoxFolder());
+  EXPECT_THAT(helper.Traces(), ElementsAre(kNotForFirefox, kNotForFirefox));
+}
+
 TEST_F(ExtensionData, LiesBelowTheFolderOfAPolicy) {
   SetText(Hive::Machine, kChromePolicy, u"UserDataDir", u"C:\\moved");
   EXPECT_EQ(GetExtensionPath(BrowserType::Chrome), u"C:\\moved\\Default\\Extensions\\" + kExtensionId);

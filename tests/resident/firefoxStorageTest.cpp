@@ -22,6 +22,13 @@ TEST_F(FirefoxStorage, KeyHasTheFileWithItsNulAsItsOwnValue) {
   EXPECT_THAT(log.Texts(), IsEmpty());
 }
 
+TEST_F(FirefoxStorage, KeyIsWrittenAnewByEachCallWhateverStandsThere) {
+  SetFirefoxManagedStorageKey(true, u"C:\\x\\data.json");
+  support::SetNumber(Hive::User, kFirefoxKey, u"", 7);
+  SetFirefoxManagedStorageKey(true, u"C:\\x\\data.json");
+  EXPECT_EQ(Stored(Hive::User, kFirefoxKey), Terminated(u"C:\\x\\data.json"));
+}
+
 TEST_F(FirefoxStorage, KeyGoesWithAllBelowItAndTheBaseKeyStays) {
   support::CreateKey(Hive::User, kFirefoxKey + u"\\more");
   SetFirefoxManagedStorageKey(false, u"not used");

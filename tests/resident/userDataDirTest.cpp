@@ -36,6 +36,14 @@ TEST_F(UserDataDir, IsOfEachBrowserItsOwn) {
   EXPECT_EQ(Ask(BrowserType::Chrome), std::nullopt);
 }
 
+TEST_F(UserDataDir, OfEdgeIsTheUsersPolicyWhereTheMachineHasNone) {
+  SetText(Hive::User, kEdgePolicy, u"UserDataDir", u"C:\\user");
+  EXPECT_EQ(Ask(BrowserType::Edge), u"C:\\user");
+  EXPECT_EQ(Ask(BrowserType::Chrome), std::nullopt);
+  SetText(Hive::Machine, kEdgePolicy, u"UserDataDir", u"C:\\machine");
+  EXPECT_EQ(Ask(BrowserType::Edge), u"C:\\machine");
+}
+
 TEST_F(UserDataDir, IsTracedOnItsWay) {
   SetText(Hive::Machine, kEdgePolicy, u"UserDataDir", u"C:\\a\\..\\edge");
   EXPECT_EQ(Ask(BrowserType::Edge), u"C:\\edge");

@@ -181,6 +181,18 @@ TEST_F(RegistryAccess, AHandleThatIsNoKeyTouchesNoOutput) {
   EXPECT_EQ(type, 99u);
 }
 
+// With the room for the header it is more than any call can be given.
+TEST_F(RegistryAccess, AQueryOfTheLargestSizeHasNoResourcesAndTouchesNoOutput) {
+  Store(Count(4));
+  DWORD word = kCanary;
+  DWORD size = 0xFFFFFFFF;
+  DWORD type = 99;
+  EXPECT_EQ(settings::QueryValue(Open().get(), u"value", &type, &word, &size), platform::STATUS_INSUFFICIENT_RESOURCES);
+  EXPECT_EQ(size, 0xFFFFFFFFu);
+  EXPECT_EQ(type, 99u);
+  EXPECT_EQ(word, kCanary);
+}
+
 // The limit of the client's install path: 260 bytes, in a buffer that holds as many units.
 TEST_F(RegistryAccess, ATextOfMoreThan260BytesDoesNotFitThem) {
   for (const std::size_t length : {258u, 259u, 260u, 261u, 262u, 263u, 264u}) {
