@@ -1,4 +1,11 @@
-// User data directories when the system does not tell its folders.
+// User data directories when the system does not tell its folders, and those of a user with another name.
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <thread>
+
 #include "browser/chromiumPath.h"
 #include "platform/error.h"
 #include "platform/linux/testHooks.h"
@@ -63,6 +70,33 @@ TEST_F(ChromiumPathFaults, AnExpansionThatFailsLeavesTheVariable) {
   EXPECT_TRUE(ParsedWithFaultAt("ExpandEnvironmentStringsA", path));
   EXPECT_EQ(path, "C:\\${windows}");
   EXPECT_THAT(helper.Traces(), Contains("ExpandEnvVariable: Failed to expand environment variable.\n"));
+}
+
+// The documents folder of a user of that name; nothing when this one may not be another. The host knows none with that
+// number, so that the environment's name counts.
+std::optional<std::string> DocumentsOf(const std::string& user) {
+  constexpr uid_t kUnknown = 54'321;
+  const char* const before = std::getenv("USER");
+  const std::string own = before != nullptr ? before : "";
+  support::SetEnvironment("USER", user);
+  std::optional<std::string> folder;
+  std::thread([&folder] {  // The number is this thread's alone, and ends with it.
+    if (syscall(SYS_setresuid, kUnknown, kUnknown, kUnknown) != 0) return;
+    EXPECT_TRUE(browser::GetKnownFolderPath(platform::FOLDERID_Documents, folder.emplace()));
+  })
+      .join();
+  prctl(PR_SET_DUMPABLE, 1);  // Which a change of user clears for the whole process, and the sanitizers need.
+  before != nullptr ? support::SetEnvironment("USER", own) : support::UnsetEnvironment("USER");
+  return folder;
+}
+
+using KnownFolder = ResidentTest;
+
+// Not in UTF-8, as the texts are that it is joined with.
+TEST_F(KnownFolder, WithLettersOutsideAsciiIsInTheAnsiCodePage) {
+  const auto folder = DocumentsOf("J\xC3\xBCrgen \xE2\x82\xAC");
+  if (!folder) GTEST_SKIP() << "this user may not become another";
+  EXPECT_EQ(folder, "C:\\users\\J\xFCrgen \x80\\Documents");
 }
 
 }  // namespace
