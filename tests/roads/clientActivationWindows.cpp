@@ -1,0 +1,44 @@
+// A client's window comes forward once it is there. Only on this target: on the other a start does not wait for it.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "tests/roads/roadMachine.h"
+
+namespace roads {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Nothing tells when the file is there, or the program has ended, so these look until it is so.
+std::string AwaitedContent(const fs::path& path) {
+  std::string content;
+  while (content.empty()) {
+    std::this_thread::yield();
+    std::ifstream(path) >> content;
+  }
+  return content;
+}
+
+void AwaitEndOf(const fs::path& program) {
+  std::error_code error;
+  while (!fs::remove(program, error)) std::this_thread::yield();
+}
+
+TEST(ClientActivation, FollowsItsStart) {
+  RoadMachine machine;
+  machine.SetUp(u"Client");
+  const fs::path folder = machine.HostPath(machine.Folder());
+  const fs::path program = folder / "lumenar-client.exe";
+  fs::copy_file(support::Beside("lumenar-client.exe"), program, fs::copy_options::overwrite_existing);
+  machine.StartResident();
+  EXPECT_EQ(machine.Launch(u"apppathrd/path=x"), 0);
+  EXPECT_EQ(AwaitedContent(folder / "activated.txt"), "yes");
+  AwaitEndOf(program);
+  EXPECT_EQ(machine.EndResident(), 0);
+}
+
+}  // namespace
+}  // namespace roads
