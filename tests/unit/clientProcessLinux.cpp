@@ -3,27 +3,19 @@
 #include <set>
 #include <string>
 
-#include "launcher/clientProcess.h"
 #include "platform/error.h"
-#include "platform/handles.h"
 #include "platform/linux/testHooks.h"
 #include "tests/platform/programOnDrive.h"
-#include "tests/platform/windowSupport.h"
-#include "tests/unit/frontEndTest.h"
-#include "tests/unit/heardKeys.h"
+#include "tests/unit/clientProcessTest.h"
 
 namespace unit {
 namespace {
 
 using launcher::ActivateLaunchedWindowCB;
 using platform::GetForegroundWindow;
-using platform::HWND;
 using testing::ElementsAre;
 using testing::Field;
 using testing::IsEmpty;
-using windowTests::TestWindow;
-
-constexpr const char16_t* kTopClass = u"LumenarTest_ClientProcess";
 
 // The calls that make up a start and an activation, as they came.
 template <class Work>
@@ -38,21 +30,18 @@ std::vector<std::string> StepsOf(Work work) {
   return calls;
 }
 
-class ClientProcess : public TracedTest {
+class ClientProcess : public ClientProcessTest {
  protected:
-  ClientProcess() { EXPECT_TRUE(platform::SetForegroundWindow(before.get())); }
   ~ClientProcess() override { platform::test::DisarmFaults(); }
 
   void ExpectSilence() const {
     EXPECT_THAT(helper.HandOffs(), IsEmpty());
     EXPECT_THAT(log.Texts(), IsEmpty());
   }
-
-  TestWindow before{kTopClass, {}, HWND()};
 };
 
 TEST_F(ClientProcess, WhoseWindowIsFoundGetsAltAroundItsActivation) {
-  const TestWindow launched(kTopClass, {}, HWND());
+  const TopLevelWindow launched;
   const auto activate = [&] { ActivateLaunchedWindowCB(launched.get(), platform::GetCurrentProcessId()); };
   EXPECT_THAT(StepsOf(activate),
               ElementsAre("GetWindowThreadProcessId", "SendInput", "SetForegroundWindow", "SendInput"));
@@ -61,7 +50,7 @@ TEST_F(ClientProcess, WhoseWindowIsFoundGetsAltAroundItsActivation) {
 }
 
 TEST_F(ClientProcess, WhoseWindowCannotComeForwardLetsAltGoAllTheSame) {
-  const TestWindow launched(kTopClass, {}, HWND());
+  const TopLevelWindow launched;
   platform::test::ArmFaultsOf("SetForegroundWindow", platform::ERROR_ACCESS_DENIED);
   EXPECT_FALSE(ActivateLaunchedWindowCB(launched.get(), platform::GetCurrentProcessId()));
   platform::test::DisarmFaults();
@@ -75,7 +64,7 @@ TEST_F(ClientProcess, OfAnotherWindowIsNotTouched) {
 }
 
 TEST_F(ClientProcess, WithTwoWindowsHasOneOfThemActivated) {
-  const TestWindow second(kTopClass, {}, HWND());
+  const TopLevelWindow second;
   const auto search = [] {
     platform::EnumWindows(&ActivateLaunchedWindowCB, static_cast<platform::LPARAM>(platform::GetCurrentProcessId()));
   };

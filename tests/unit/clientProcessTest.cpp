@@ -1,11 +1,5 @@
-// Which window is taken for that of a started client, and what is done with it. The process that stands for the client
-// is this one, or one whose window is not the client's.
-#include "launcher/clientProcess.h"
-
-#include "platform/handles.h"
-#include "tests/platform/windowSupport.h"
-#include "tests/unit/frontEndTest.h"
-#include "tests/unit/heardKeys.h"
+// Which window is taken for that of a started client, and what is done with it. This process stands for the client.
+#include "tests/unit/clientProcessTest.h"
 
 namespace unit {
 namespace {
@@ -16,19 +10,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::Field;
 using testing::IsEmpty;
-using windowTests::TestWindow;
-
-constexpr const char16_t* kClass = u"LumenarTest_ClientProcess";
-
-class LaunchedWindow : public FrontEndTest {
- protected:
-  LaunchedWindow() {
-    EXPECT_TRUE(platform::SetForegroundWindow(before.get()));
-    static_cast<void>(HeardKeys());  // Those of an earlier test's window: a thread keeps them.
-  }
-
-  TestWindow before{kClass, {}, platform::HWND()};
-};
+using LaunchedWindow = ClientProcessTest;
 
 auto IsAlt(platform::UINT message) {
   return AllOf(Field(&HeardKey::message, message), Field(&HeardKey::key, platform::VK_MENU));
@@ -43,13 +25,13 @@ TEST_F(LaunchedWindow, OfAnotherProcessIsPassedOverAndNoKeyIsPressed) {
 }
 
 TEST_F(LaunchedWindow, OfTheClientComesForwardAndTheSearchEnds) {
-  const TestWindow launched(kClass, {}, platform::HWND());
+  const TopLevelWindow launched;
   EXPECT_FALSE(ActivateLaunchedWindowCB(launched.get(), platform::GetCurrentProcessId()));
   EXPECT_EQ(GetForegroundWindow(), launched.get());
 }
 
 TEST_F(LaunchedWindow, OfTheClientComesForwardWithAltPressedOnceAndLetGo) {
-  const TestWindow launched(kClass, {}, platform::HWND());
+  const TopLevelWindow launched;
   ActivateLaunchedWindowCB(launched.get(), platform::GetCurrentProcessId());
   EXPECT_THAT(HeardKeys(), ElementsAre(IsAlt(WM_SYSKEYDOWN), IsAlt(WM_SYSKEYUP)));
 }
