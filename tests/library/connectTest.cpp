@@ -320,21 +320,15 @@ TEST_F(LibraryLinks, ThatEndWhileAStreamOpensAreReplaced) {
 
 TEST_F(LibraryLinks, InTheMakingAreWaitedForByTheOthers) {
   Start();
-  support::Signal asked;
-  support::Signal goesOn;
-  service.answers = [&] {
-    asked.Give();
-    goesOn.Await();
-    return Status::Success;
-  };
+  HeldAnswer answer(service);
   const auto waiting = Watch::For("connectWait", ">");
   LmIpclib::Stream first;
   LmIpclib::Stream second;
   std::thread makes([&] { first = Connected(); });
-  asked.Await();
+  answer.AwaitQuestion();
   std::thread waits([&] { second = Connected(); });
   waiting->Await();
-  goesOn.Give();
+  answer.LetGo();
   makes.join();
   waits.join();
   ASSERT_TRUE(first && second);

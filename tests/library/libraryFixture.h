@@ -97,6 +97,26 @@ class Watch final : public quill::log::Sink {
   support::Signal seen_;
 };
 
+// Holds up the answer to a new link until it is let go.
+class HeldAnswer {
+ public:
+  explicit HeldAnswer(Service& service) {
+    service.answers = [this] {
+      asked_.Give();
+      goesOn_.Await();
+      return Status::Success;
+    };
+  }
+  HeldAnswer(const HeldAnswer&) = delete;
+  HeldAnswer& operator=(const HeldAnswer&) = delete;
+  void AwaitQuestion() { asked_.Await(); }
+  void LetGo() { goesOn_.Give(); }
+
+ private:
+  support::Signal asked_;
+  support::Signal goesOn_;
+};
+
 class Library : public testing::Test {
  public:
   Library() = default;

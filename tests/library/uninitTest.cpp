@@ -158,22 +158,16 @@ TEST_F(LibraryUninit, RefusesNewStreamsWhileItWaitsForItsLinks) {
 
 TEST_F(LibraryUninit, EndsAConnectThatIsUnderWay) {
   Start(kAtOnce);
-  support::Signal asked;
-  support::Signal goesOn;
-  service.answers = [&] {
-    asked.Give();
-    goesOn.Await();
-    return Status::Success;
-  };
+  HeldAnswer answer(service);
   Status connected = Status::Success;
   Status waited = Status::Success;
   std::thread connects([&] { connected = Connect().status(); });
-  asked.Await();
+  answer.AwaitQuestion();
   const auto waiting = Watch::For("connectWait", ">");
   std::thread waits([&] { waited = Connect().status(); });
   waiting->Await();
   EXPECT_EQ(library->uninit(), Status::Success) << "a link that is only being made is given up at once";
-  goesOn.Give();
+  answer.LetGo();
   connects.join();
   waits.join();
   EXPECT_EQ(connected, Status::InvalidState);
@@ -185,19 +179,13 @@ TEST_F(LibraryUninit, EndsTheTasksOfALinkThatSomebodyHoldsWhileAnotherIsMade) {
   Start(kAtOnce);
   auto stream = Connected();
   auto link = NewestLink();
-  support::Signal asked;
-  support::Signal goesOn;
-  service.answers = [&] {
-    asked.Give();
-    goesOn.Await();
-    return Status::Success;
-  };
+  HeldAnswer answer(service);
   std::thread connects([&] { EXPECT_EQ(Connect(kOwnLink).status(), Status::InvalidState); });
-  asked.Await();
+  answer.AwaitQuestion();
   static_cast<void>(library->uninit());
   stream.reset();
   link.reset();
-  goesOn.Give();
+  answer.LetGo();
   connects.join();
 }
 
