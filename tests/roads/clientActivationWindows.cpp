@@ -3,8 +3,9 @@
 
 #include <fstream>
 #include <string>
-#include <thread>
 
+#include "platform/handles.h"
+#include "platform/raii.h"
 #include "tests/roads/roadMachine.h"
 
 namespace roads {
@@ -12,11 +13,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Nothing tells when the file is there, or the program has ended, so these look until it is so.
+// Nothing tells when the file is there, or the program has ended, so these look now and then until it is so.
+void Pause() {
+  const platform::UniqueEvent never(platform::CreateEventW(nullptr, true, false, nullptr));
+  platform::WaitForSingleObject(never.get(), 5);
+}
+
 std::string AwaitedContent(const fs::path& path) {
   std::string content;
   while (content.empty()) {
-    std::this_thread::yield();
+    Pause();
     std::ifstream(path) >> content;
   }
   return content;
@@ -24,7 +30,7 @@ std::string AwaitedContent(const fs::path& path) {
 
 void AwaitEndOf(const fs::path& program) {
   std::error_code error;
-  while (!fs::remove(program, error)) std::this_thread::yield();
+  while (!fs::remove(program, error)) Pause();
 }
 
 TEST(ClientActivation, FollowsItsStart) {
