@@ -13,6 +13,11 @@ extern "C" {
 void* __real_malloc(std::size_t size);
 void* __wrap_malloc(std::size_t size);
 void* __wrap_malloc(std::size_t size) { return size == refusedSize ? nullptr : __real_malloc(size); }
+void* __real_realloc(void* memory, std::size_t size);
+void* __wrap_realloc(void* memory, std::size_t size);
+void* __wrap_realloc(void* memory, std::size_t size) {
+  return size == refusedSize ? nullptr : __real_realloc(memory, size);
+}
 }
 
 namespace ipcTests {

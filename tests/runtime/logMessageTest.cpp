@@ -12,6 +12,7 @@
 #include "runtime/logCalls.h"
 #include "runtime/logMessageCache.h"
 #include "runtime/loggerManager.h"
+#include "tests/ipc/failingMalloc.h"
 #include "tests/runtime/logLines.h"
 #include "tests/support/meeting.h"
 
@@ -90,6 +91,37 @@ TEST(LogMessage, GrowsAsMuchAsItsTextNeedsAndThenSomeMore) {
   message->Append("y", 1, true);
   EXPECT_EQ(capacity(), 303 + 256);
   EXPECT_EQ(message->Length(), 302);
+}
+
+TEST(LogMessage, IsCutWhereThereIsNoMemoryForMore) {
+  const Cache cache;
+  const std::string text(300, 'x');
+  const RCPtr<LogMessage> plain = cache.New();
+  const RCPtr<LogMessage> line = cache.New();
+  const RCPtr<LogMessage> formatted = cache.New();
+  {
+    const ipcTests::NoRoomFor refused(301);
+    plain->Append(text.c_str(), -1, false);
+    formatted->AppendFormat("%s", text);
+  }
+  {
+    const ipcTests::NoRoomFor refused(302);
+    line->Append(text.c_str(), -1, true);
+  }
+  EXPECT_EQ(plain->Text(), text.substr(0, 255));
+  EXPECT_EQ(line->Text(), text.substr(0, 254) + "\n");
+  EXPECT_EQ(formatted->Text(), text.substr(0, 255));
+}
+
+TEST(LogMessage, KeepsWhatItHasWhereThereIsNoMemoryForMore) {
+  const Cache cache;
+  const std::string text(300, 'x');
+  const RCPtr<LogMessage> message = cache.New();
+  message->Append(text.c_str(), -1, false);
+  const ipcTests::NoRoomFor refused(300 + 300 + 1 + 256);
+  EXPECT_FALSE(message->Reserve(301, true));
+  message->Append(text.c_str(), -1, false);
+  EXPECT_EQ(message->Text(), text);
 }
 
 TEST(LogMessage, ReservesNothingForWhatFits) {
