@@ -6,6 +6,7 @@
 function(lumenar_library NAME)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "FOLDER" "SOURCES;HEADERS;LINKS;PRIVATE_LINKS")
   set(include "${CMAKE_BINARY_DIR}/include/${NAME}")
+  file(REMOVE_RECURSE "${include}")  # What is public no longer goes.
   foreach(header IN LISTS ARG_HEADERS)
     cmake_path(GET header PARENT_PATH below)
     file(MAKE_DIRECTORY "${include}/${ARG_FOLDER}/${below}")

@@ -4,7 +4,7 @@
 # Variables: root (the tree's folder), folder.
 
 function unit_of(key, target, file) {
-  if (!(key in units)) units[key] = (file ~ ("^" root "/tests/") ? "tests/" : "") target (uses[target]++ ? uses[target] : "") ".cpp"
+  if (!(key in units)) units[key] = (index(file, root "/tests/") == 1 ? "tests/" : "") target (uses[target]++ ? uses[target] : "") ".cpp"
   return units[key]
 }
 
@@ -37,7 +37,7 @@ END {
     sub(/.*\/CMakeFiles\//, "", target)
     unit = unit_of(target " " flags, target, files[i])
     text[unit] = text[unit] "#include \"" files[i] "\"\n"
-    entry[unit] = sprintf("{\n  \"directory\": \"%s\",\n  \"command\": \"%s -c %s/%s\",\n  \"file\": \"%s/%s\"\n}", folder, flags,
+    entry[unit] = sprintf("{\n  \"directory\": \"%s\",\n  \"command\": \"%s -c \\\"%s/%s\\\"\",\n  \"file\": \"%s/%s\"\n}", folder, flags,
       folder, unit, folder, unit)
   }
   database = folder "/compile_commands.json"
