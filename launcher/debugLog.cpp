@@ -34,7 +34,7 @@ std::array<char16_t, MAX_PATH> LoadPath() noexcept {
 
 // Moves on to the file of the day. What cannot be found out leaves the old path in place.
 void UpdatePath(const platform::SYSTEMTIME& now) {
-  if (state.day.load(std::memory_order_relaxed) == now.wDay) return;
+  if (state.day.load(std::memory_order_acquire) == now.wDay) return;
   char16_t temporaryPath[MAX_PATH];
   const DWORD length = platform::GetTempPathW(MAX_PATH, temporaryPath);
   if (length == 0 || length >= MAX_PATH) return;
@@ -43,7 +43,7 @@ void UpdatePath(const platform::SYSTEMTIME& now) {
   if (!platform::GetUserNameW(userName, &size)) return;
   StorePath(platform::Format(u"%scorvane-%s\\lumenar-UrlRedirection-%04u-%02u-%02u.log", temporaryPath, userName,
                              now.wYear, now.wMonth, now.wDay));
-  state.day.store(now.wDay, std::memory_order_relaxed);
+  state.day.store(now.wDay, std::memory_order_release);  // Who sees the day sees its path.
 }
 
 bool ReadDebugLogSetting() noexcept {

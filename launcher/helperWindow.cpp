@@ -1,9 +1,11 @@
 #include "launcher/helperWindow.h"
 
-#include <algorithm>
+#include <cstddef>
 #include <cstring>
+#include <new>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "browser/extensionData.h"
 #include "launcher/clientProcess.h"
@@ -22,9 +24,14 @@ using platform::HWND;
 // there are no data.
 std::optional<std::u16string> CopyText(const COPYDATASTRUCT& data) {
   if (data.lpData == nullptr) return std::nullopt;
-  std::u16string text(data.cbData / sizeof(char16_t), u'\0');
-  std::memcpy(text.data(), data.lpData, text.size() * sizeof(char16_t));
-  text.resize(std::min(text.find(u'\0'), text.size()));
+  const auto* const bytes = static_cast<const std::byte*>(data.lpData);  // Not always where a char16_t may lie.
+  std::u16string text;
+  for (std::size_t at = 0; data.cbData - at >= sizeof(char16_t); at += sizeof(char16_t)) {
+    char16_t unit = u'\0';
+    std::memcpy(&unit, bytes + at, sizeof unit);
+    if (unit == u'\0') break;
+    text += unit;
+  }
   return text;
 }
 
@@ -58,7 +65,7 @@ void TakeHandOff(HWND window, const COPYDATASTRUCT& data) {
 }  // namespace
 
 platform::LRESULT HelperWindowProc(HWND window, platform::UINT message, platform::WPARAM wParam,
-                                   platform::LPARAM lParam) {
+                                   platform::LPARAM lParam) noexcept try {
   switch (message) {
     case platform::WM_CREATE:
       platform::ChangeWindowMessageFilterEx(window, platform::WM_COPYDATA, platform::MSGFLT_ALLOW, nullptr);
@@ -70,6 +77,8 @@ platform::LRESULT HelperWindowProc(HWND window, platform::UINT message, platform
       return 0;
     default: return platform::DefWindowProcW(window, message, wParam, lParam);
   }
+} catch (const std::bad_alloc&) {
+  return 0;  // Any sender decides how much is to be copied.
 }
 
 }  // namespace launcher

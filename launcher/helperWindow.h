@@ -8,8 +8,8 @@
 namespace launcher {
 
 // WM_CREATE lets processes of lower integrity send; WM_DESTROY ends the message loop; WM_USER writes the extension data
-// anew; WM_COPYDATA takes the tags of handOff.h. All of these answer 0.
+// anew; WM_COPYDATA takes the tags of handOff.h. All of these answer 0, also where memory does not suffice for them.
 platform::LRESULT HelperWindowProc(platform::HWND window, platform::UINT message, platform::WPARAM wParam,
-                                   platform::LPARAM lParam);
+                                   platform::LPARAM lParam) noexcept;
 
 }  // namespace launcher

@@ -6,7 +6,7 @@
 //
 //   RPC_S_SERVER_UNAVAILABLE   nobody owns the endpoint
 //   RPC_S_CALL_FAILED          the service went before it answered
-//   RPC_X_INVALID_BOUND        the name is too long, or its length is 0
+//   RPC_X_INVALID_BOUND        the name is too long to go by values, or its length is 0
 #pragma once
 
 #include "platform/handles.h"

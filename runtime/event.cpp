@@ -11,8 +11,11 @@ TxEventData::~TxEventData() {
   platform::CloseHandle(platform::EventHandle(handle.value()));  // closes by hand: the handle may be another's
 }
 
-TxEvent::TxEvent(bool manualReset, bool initiallySignalled, const char* name)
-    : TxEvent(platform::CreateEventA(nullptr, manualReset, initiallySignalled, name), true) {}
+TxEvent::TxEvent(bool manualReset, bool initiallySignalled, const char* name) {
+  platform::UniqueEvent event(platform::CreateEventA(nullptr, manualReset, initiallySignalled, name));
+  data = RCPtr<TxEventData>(new TxEventData(event.get(), true));
+  static_cast<void>(event.release());
+}
 
 TxEvent::TxEvent(platform::WaitableHandle handle, bool ownsHandle) : data(new TxEventData(handle, ownsHandle)) {}
 

@@ -7,6 +7,23 @@ namespace {
 
 constexpr int kBatch = 100;
 
+// Begun and ended in pairs, whatever a writer throws between.
+class Batch {
+ public:
+  explicit Batch(LogWriter& writer) : writer_(writer) { writer_.BeginBatch(); }
+  ~Batch() {
+    try {
+      writer_.EndBatch();
+    } catch (...) {  // Dropped, as what the others throw.
+    }
+  }
+  Batch(const Batch&) = delete;
+  Batch& operator=(const Batch&) = delete;
+
+ private:
+  LogWriter& writer_;
+};
+
 }  // namespace
 
 bool LogWriter::Write(const RCPtr<LogMessage>& message) {
@@ -16,9 +33,8 @@ bool LogWriter::Write(const RCPtr<LogMessage>& message) {
     return false;
   }
   if (!asynchronous) {
-    BeginBatch();
+    const Batch batch(*this);
     Emit(message);
-    EndBatch();
     return true;
   }
   if (flooded || ShouldDrop(message)) {
@@ -52,12 +68,15 @@ bool LogWriter::EnterBatchMode() {
   return true;
 }
 
-void LogWriter::EmitReport(int level, const char* text) { Emit(logger->NewMessage(level, text)); }
+void LogWriter::EmitReport(int level, const char* text) {
+  const RCPtr<Logger> owner = logger;  // None when the writer was removed, also by what itself has just done.
+  if (owner) Emit(owner->NewMessage(level, text));
+}
 
 void LogWriter::Flush(Slot& slot, int count) {
   if (slot.queue.empty() || count < 1) return;
   const RCPtr<Logger> owner = logger;  // The writer may be removed within Emit, or may have been before.
-  BeginBatch();
+  const Batch batch(*this);
   for (int written = 0; written < count && !slot.queue.empty();) {
     const RCPtr<LogMessage> message = std::move(slot.queue.front());
     slot.queue.pop_front();
@@ -71,7 +90,6 @@ void LogWriter::Flush(Slot& slot, int count) {
     report->AppendFormat("\n%s Dropped %d messages %s\n\n", "*******", dropped, "*******");
     Emit(report);
   }
-  EndBatch();
 }
 
 }  // namespace runtime

@@ -28,7 +28,8 @@ class LogWriter : public RCObject {
  public:
   // What is dropped instead of queued.
   virtual bool ShouldDrop(const RCPtr<LogMessage>& message) = 0;
-  // Between BeginBatch and EndBatch. What it logs itself is lost; what it throws is dropped, and the message with it.
+  // Between BeginBatch and EndBatch. What it logs itself is lost; what any of these throws is dropped, and the message
+  // with it.
   virtual void Emit(const RCPtr<LogMessage>& message) = 0;
   virtual void BeginBatch() = 0;
   virtual void EndBatch() = 0;

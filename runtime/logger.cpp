@@ -52,7 +52,6 @@ void Logger::Write(const LogCall& call) {
   writing = true;
   const std::string errorText = ErrorTextOf(call);
   RCPtr<LogMessage> message;
-  bool anyGone = false;
   for (const auto& [name, place] : writers) {
     const RCPtr<LogWriter> writer = place;
     if (!writer || !writer->Enabled()) continue;
@@ -62,10 +61,9 @@ void Logger::Write(const LogCall& call) {
     } catch (...) {
       // A line that a writer cannot take is lost for it alone.
     }
-    anyGone = anyGone || !place;
   }
   writing = false;
-  if (anyGone) Sweep();
+  Sweep();  // Writers may have removed each other.
 }
 
 // The first writer's prefix is the one that counts.

@@ -1,6 +1,7 @@
 #include "runtime/processUtils.h"
 
 #include <bit>
+#include <memory>
 
 #include "platform/module.h"
 #include "platform/raii.h"
@@ -104,9 +105,8 @@ std::u16string GetUserName(std::uint32_t sessionId) {
                                              &information, &bytes)) {
     return {};
   }
-  std::u16string name(static_cast<const char16_t*>(information));
-  platform::WTSFreeMemory(information);
-  return name;
+  const std::unique_ptr<void, decltype(&platform::WTSFreeMemory)> owner(information, &platform::WTSFreeMemory);
+  return static_cast<const char16_t*>(information);
 }
 
 void SetThreadName(std::uint32_t threadId, const char* name) {

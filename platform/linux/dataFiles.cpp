@@ -35,9 +35,11 @@ struct CloseFolder {
   void operator()(DIR* folder) const { closedir(folder); }
 };
 
+using FolderListing = std::unique_ptr<DIR, CloseFolder>;
+
 class Listing final : public KernelObject {
  public:
-  explicit Listing(DIR* folder) noexcept : folder_(folder) {}
+  explicit Listing(FolderListing folder) noexcept : folder_(std::move(folder)) {}
   [[nodiscard]] const char* KindName() const noexcept override { return "Find"; }
 
   // False, with the last error set, behind the last entry.
@@ -57,14 +59,13 @@ class Listing final : public KernelObject {
   }
 
  private:
-  std::unique_ptr<DIR, CloseFolder> folder_;
+  FolderListing folder_;
 };
 
 // On the disk, or of what the user, or a file, may take of it.
 bool HasNoRoom(int hostError) { return hostError == ENOSPC || hostError == EDQUOT || hostError == EFBIG; }
 
-template <class Handle>
-Handle Fail(int hostError) noexcept {
+FileHandle Fail(int hostError) noexcept {
   SetLastError(ErrorFromHost(hostError));
   return {};
 }
@@ -83,7 +84,7 @@ FileHandle CreateFileW(const char16_t* path, DWORD access, DWORD sharing, std::n
   // Emptied only once it is ours alone: whoever else has it open keeps the content.
   Descriptor file(open(hostPath->c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0644));
   if (!file) {
-    if (errno != ENOENT) return Fail<FileHandle>(errno == EISDIR ? EACCES : errno);
+    if (errno != ENOENT) return Fail(errno == EISDIR ? EACCES : errno);
     SetLastError(ERROR_PATH_NOT_FOUND);  // What is missing is a folder: the file would have been made.
     return {};
   }
@@ -91,7 +92,7 @@ FileHandle CreateFileW(const char16_t* path, DWORD access, DWORD sharing, std::n
     SetLastError(ERROR_SHARING_VIOLATION);
     return {};
   }
-  if (ftruncate(file.get(), 0) != 0) return Fail<FileHandle>(errno);
+  if (ftruncate(file.get(), 0) != 0) return Fail(errno);
   return FileHandle(handleTable::Add(std::make_shared<File>(std::move(file))));
 } catch (const std::bad_alloc&) {
   SetLastError(ERROR_NOT_ENOUGH_MEMORY);
@@ -136,12 +137,12 @@ FindHandle FindFirstFileW(const char16_t* pattern, WIN32_FIND_DATAW* data) noexc
   }
   const auto hostPath = machine::HostPath(text.substr(0, text.size() - 1));
   if (!hostPath) return {};
-  DIR* const folder = opendir(hostPath->c_str());
-  if (folder == nullptr) {
+  FolderListing folder(opendir(hostPath->c_str()));
+  if (!folder) {
     SetLastError(errno == ENOENT || errno == ENOTDIR ? ERROR_PATH_NOT_FOUND : ErrorFromHost(errno));
     return {};
   }
-  auto listing = std::make_shared<Listing>(folder);
+  auto listing = std::make_shared<Listing>(std::move(folder));
   if (!listing->Next(data)) return {};
   return FindHandle(handleTable::Add(std::move(listing)));
 } catch (const std::bad_alloc&) {

@@ -18,7 +18,7 @@ using ThreadNumber = unsigned long long;
 class Mutex : public KernelObject {
  public:
   [[nodiscard]] const char* KindName() const noexcept override { return "Mutex"; }
-  // WAIT_OBJECT_0, WAIT_ABANDONED or WAIT_TIMEOUT.
+  // WAIT_OBJECT_0, WAIT_ABANDONED or WAIT_TIMEOUT; WAIT_FAILED, with the last error set, where the host refuses.
   [[nodiscard]] virtual DWORD Wait(DWORD milliseconds) = 0;
   // False when the calling thread is not the owner.
   [[nodiscard]] virtual bool Release() noexcept = 0;

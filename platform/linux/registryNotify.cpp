@@ -8,6 +8,7 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 
 #include "platform/linux/descriptor.h"
@@ -103,7 +104,12 @@ class Watcher {
       Descriptor inotify(inotify_init1(IN_CLOEXEC));
       if (!inotify) return static_cast<LSTATUS>(ErrorFromHost(errno));
       inotify_ = std::move(inotify);
-      std::thread([this] { Run(); }).detach();
+      try {
+        std::thread([this] { Run(); }).detach();
+      } catch (const std::system_error& error) {
+        inotify_ = Descriptor();
+        return static_cast<LSTATUS>(ErrorFromHost(error.code().value()));
+      }
     }
     const std::string folder = machine::DataFolder();
     if (folder.empty()) return static_cast<LSTATUS>(GetLastError());

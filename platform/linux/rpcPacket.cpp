@@ -63,10 +63,8 @@ struct Received {
   std::vector<Descriptor> descriptors;
 };
 
-// Every descriptor that came is owned before anything else is looked at.
-std::vector<Descriptor> TakeDescriptors(msghdr& message) {
-  std::vector<Descriptor> taken;
-  taken.reserve(kRoomForDescriptors);
+// Every descriptor that came is owned before anything else is looked at. There is room for them.
+void TakeDescriptors(msghdr& message, std::vector<Descriptor>& taken) {
   for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr; header = CMSG_NXTHDR(&message, header)) {
     if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
     const std::size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
@@ -76,7 +74,6 @@ std::vector<Descriptor> TakeDescriptors(msghdr& message) {
       taken.emplace_back(descriptor);
     }
   }
-  return taken;
 }
 
 Received Receive(const Descriptor& connection, std::span<iovec> parts) {
@@ -95,7 +92,7 @@ Received Receive(const Descriptor& connection, std::span<iovec> parts) {
     received.outcome = OutcomeOf(errno);
     return received;
   }
-  received.descriptors = TakeDescriptors(message);
+  TakeDescriptors(message, received.descriptors);
   const bool whole = (message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) == 0;
   received.size = static_cast<std::size_t>(size);
   received.outcome = !whole ? Outcome::Broken : size == 0 ? Outcome::Gone : Outcome::Done;

@@ -29,20 +29,22 @@ class SharedMutex final : public Mutex {
   ~SharedMutex() override { munmap(mapping_, kFileSize); }
 
   [[nodiscard]] DWORD Wait(DWORD milliseconds) override {
-    switch (Lock(milliseconds)) {
+    switch (const int error = Lock(milliseconds)) {
       case 0: return Own(WAIT_OBJECT_0);
       case EOWNERDEAD:
         pthread_mutex_consistent(hostMutex());
         depth_ = 0;
         return Own(WAIT_ABANDONED);
-      default: return WAIT_TIMEOUT;
+      case EBUSY:
+      case ETIMEDOUT: return WAIT_TIMEOUT;
+      default: SetLastError(ErrorFromHost(error)); return WAIT_FAILED;
     }
   }
 
   // Whether it may go. What another thread of this process owns stays as it is, and the name with it: the host keeps a
   // list that leads there until that thread lets go.
   [[nodiscard]] bool IsFreeOfThisProcess() {
-    if (Wait(0) == WAIT_TIMEOUT) return owner_ == 0;
+    if (const DWORD result = Wait(0); result == WAIT_TIMEOUT || result == WAIT_FAILED) return owner_ == 0;
     while (Release()) {
     }
     return true;

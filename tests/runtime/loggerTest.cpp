@@ -278,6 +278,14 @@ TEST(LogWriter, EmitsAtOnceInABatchOfItsOwn) {
   EXPECT_THAT(writer->texts, ElementsAre("(", "text\n", ")"));
 }
 
+TEST(LogWriter, EndsTheBatchInWhichItThrows) {
+  OwnLogger own;
+  const auto writer = own.Add("a");
+  writer->onEmit = [] { throw std::runtime_error("full"); };
+  own.logger->Log("Caller()", 3, "text");
+  EXPECT_THAT(writer->texts, ElementsAre("(", "text\n", ")"));
+}
+
 class QueueingWriter : public testing::Test {
  protected:
   QueueingWriter() {
@@ -410,6 +418,21 @@ TEST_F(QueueingWriter, MayRemoveItselfWithinAFlushThatHasSomethingToTell) {
   writer_->onEmit = [&] { own_.logger->RemoveWriter("a"); };
   writer_->Flush(writer_->slots[0], 100);
   EXPECT_THAT(writer_->texts, ElementsAre("(", "1\n", "\n******* Dropped 1 messages *******\n\n", ")"));
+}
+
+TEST_F(QueueingWriter, MayRemoveItselfAheadOfItsBatchMode) {
+  writer_->threshold = 1;
+  writer_->onQuestion = [&] { own_.logger->RemoveWriter("a"); };
+  Log(1);
+  EXPECT_TRUE(writer_->batchMode);
+  EXPECT_THAT(writer_->texts, IsEmpty());  // Nobody is left to report to.
+}
+
+TEST_F(QueueingWriter, EndsTheBatchInWhichItThrows) {
+  Log(1);
+  writer_->onEmit = [] { throw std::runtime_error("full"); };
+  EXPECT_THROW(writer_->Flush(writer_->slots[0], 100), std::runtime_error);
+  EXPECT_THAT(writer_->texts, ElementsAre("(", "1\n", ")"));
 }
 
 TEST_F(QueueingWriter, ThatWasRemovedWritesOutWhatItHasAndKeepsItsSum) {

@@ -18,6 +18,7 @@ class RecordingWriter : public runtime::LogWriter {
   explicit RecordingWriter(std::string linePrefix = "") : prefix(std::move(linePrefix)) { open = true; }
 
   bool ShouldDrop(const runtime::RCPtr<runtime::LogMessage>& message) override {
+    if (onQuestion) onQuestion();
     return !unwanted.empty() && message->Text().find(unwanted) != std::string_view::npos;
   }
   void Emit(const runtime::RCPtr<runtime::LogMessage>& message) override {
@@ -56,6 +57,7 @@ class RecordingWriter : public runtime::LogWriter {
 
   const std::string prefix;
   std::string unwanted;
+  std::function<void()> onQuestion;
   std::function<void()> onEmit;
   std::vector<std::string> texts;  // "(" and ")" stand for the begin and end of a batch.
   std::vector<int> levels;

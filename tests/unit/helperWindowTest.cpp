@@ -56,6 +56,12 @@ TEST_F(HelperWindow, ALogTextIsWrittenUpToItsNul) {
   EXPECT_THAT(log.Texts(), ElementsAre("text\n"));
 }
 
+TEST_F(HelperWindow, ALogTextIsReadUpToItsNulHoweverMuchIsSaidToFollow) {
+  char16_t text[] = u"text\n";
+  EXPECT_EQ(Block::Send(502, 0xFFFFFFFF, text), 0);
+  EXPECT_THAT(log.Texts(), ElementsAre("text\n"));
+}
+
 TEST_F(HelperWindow, ALogTextIsWrittenWithLoggingOff) {
   using namespace std::string_view_literals;
   EXPECT_EQ(Block(u"text\n\0"sv).SendAs(502), 0);
