@@ -66,6 +66,10 @@ bool WriteExtensionData(BrowserType browser) {
   return true;
 }
 
+void WriteAllExtensionData() {
+  for (const BrowserType browser : kBrowsers) WriteExtensionData(browser);
+}
+
 void RemoveAllExtensionData() {
   for (const BrowserType browser : kBrowsers) {
     const std::u16string path = GetExtensionPath(browser);

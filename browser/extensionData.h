@@ -24,6 +24,9 @@ using settings::kBrowsers;
 // nothing is touched. True when at least one file was written.
 bool WriteExtensionData(BrowserType browser);
 
+// The same for every browser.
+void WriteAllExtensionData();
+
 // Deletes every browser's data file, and Firefox's pointer to it.
 void RemoveAllExtensionData();
 

@@ -41,14 +41,13 @@ Bytes WriteCommand(std::uint32_t command, std::u16string_view url, std::size_t& 
   const std::size_t length = (url.size() + 1) * sizeof(char16_t);
   size = length + kAllButText;
   if (size > std::numeric_limits<std::uint32_t>::max()) return nullptr;
-  // Cleared: nobody writes to the last four bytes, and what stood in the memory before is none of the service's
-  // business.
+  // Cleared, which ends the text with its NUL. Nobody writes to the last four bytes, and what stood in the memory
+  // before is none of the service's business.
   Bytes bytes(static_cast<std::uint8_t*>(std::calloc(1, size)));
   if (!bytes) return nullptr;
   WriteNumber(bytes.get(), command);
   WriteNumber(bytes.get() + kLengthOffset, static_cast<std::uint32_t>(length));
-  // With the NUL behind it.
-  std::memcpy(bytes.get() + kTextOffset, url.data(), length);
+  std::memcpy(bytes.get() + kTextOffset, url.data(), url.size() * sizeof(char16_t));
   return bytes;
 }
 

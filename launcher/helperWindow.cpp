@@ -35,10 +35,6 @@ std::optional<std::u16string> CopyText(const COPYDATASTRUCT& data) {
   return text;
 }
 
-void Refresh() {
-  for (const browser::BrowserType browser : browser::kBrowsers) browser::WriteExtensionData(browser);
-}
-
 void LaunchOrPost(std::optional<std::u16string> text) {
   const settings::UrlOrigin origin = settings::GetUrlRedirectionOrigin();
   if (!text) return;
@@ -71,7 +67,7 @@ platform::LRESULT HelperWindowProc(HWND window, platform::UINT message, platform
       platform::ChangeWindowMessageFilterEx(window, platform::WM_COPYDATA, platform::MSGFLT_ALLOW, nullptr);
       return 0;
     case platform::WM_DESTROY: platform::PostQuitMessage(0); return 0;
-    case platform::WM_USER: Refresh(); return 0;
+    case platform::WM_USER: browser::WriteAllExtensionData(); return 0;
     case platform::WM_COPYDATA:
       if (const auto* data = reinterpret_cast<const COPYDATASTRUCT*>(lParam)) TakeHandOff(window, *data);
       return 0;

@@ -60,12 +60,16 @@ std::u16string ComposeClientCommandLine(std::u16string_view installPath, std::u1
 
 int StartRemoteApp(std::u16string_view command, std::u16string_view brokerHostname, std::u16string_view remoteItem,
                    settings::UrlOrigin origin) {
-  std::u16string commandLine(command);
-  if (origin != settings::UrlOrigin::Agent) {
-    if (origin != settings::UrlOrigin::Client) return 0;
-    const std::optional<std::u16string> installPath = ClientInstallPath();
-    if (!installPath) return 0;
-    commandLine = ComposeClientCommandLine(*installPath, command, brokerHostname, remoteItem);
+  std::u16string commandLine;
+  switch (origin) {
+    case settings::UrlOrigin::Agent: commandLine = command; break;
+    case settings::UrlOrigin::Client: {
+      const std::optional<std::u16string> installPath = ClientInstallPath();
+      if (!installPath) return 0;
+      commandLine = ComposeClientCommandLine(*installPath, command, brokerHostname, remoteItem);
+      break;
+    }
+    default: return 0;
   }
   debugLog::TraceViaHelper(u"StartRemoteApp: %s\n", commandLine);
   const auto size = static_cast<platform::DWORD>((commandLine.size() + 1) * sizeof(char16_t));

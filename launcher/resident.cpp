@@ -65,7 +65,7 @@ void RunMessageLoop() {
 void BringUpToDate(bool enabled) {
   if (enabled) {
     settings::SyncDefaultHandlers();
-    for (const browser::BrowserType browser : browser::kBrowsers) browser::WriteExtensionData(browser);
+    browser::WriteAllExtensionData();
   }
   settings::SetCustomProtocolKey(true);  // The launch scheme is ours whether redirection is on or not.
 }

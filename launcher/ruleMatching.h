@@ -13,6 +13,7 @@ namespace launcher {
 // ends.
 [[nodiscard]] bool IsAppPathAllowed(std::u16string_view path, std::u16string_view allowlist);
 
+// The same for the rules of a list.
 [[nodiscard]] bool MatchAppPathRules(std::u16string_view path, std::span<const std::u16string> rules);
 
 }  // namespace launcher

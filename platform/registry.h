@@ -23,7 +23,6 @@ inline constexpr REGSAM KEY_NOTIFY = 0x0010;
 inline constexpr REGSAM KEY_WOW64_64KEY = 0x0100;
 // The 32-bit view: a path that begins with "Software" leads to "Software\Wow6432Node", and to nothing else.
 inline constexpr REGSAM KEY_WOW64_32KEY = 0x0200;
-inline constexpr REGSAM DELETE = 0x10000;
 inline constexpr REGSAM KEY_READ = 0x20019;
 inline constexpr REGSAM KEY_WRITE = 0x20006;
 inline constexpr REGSAM KEY_ALL_ACCESS = 0xF003F;

@@ -49,4 +49,16 @@ class TxMutex : public RCObject {
   RCPtr<TxMutexData> data;
 };
 
+// Lets go of a lock that is held, for as long as this object exists.
+class Unlocked {
+ public:
+  explicit Unlocked(const TxMutex& mutex) : mutex_(mutex) { mutex_.Release(); }
+  ~Unlocked() { mutex_.Acquire(); }
+  Unlocked(const Unlocked&) = delete;
+  Unlocked& operator=(const Unlocked&) = delete;
+
+ private:
+  const TxMutex& mutex_;
+};
+
 }  // namespace runtime

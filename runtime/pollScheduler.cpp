@@ -106,10 +106,11 @@ PollScheduler::End PollScheduler::Pass() {
   FollowSession();
   waitSet.Build();
   const std::uint32_t timeout = waitSet.Timeout();
-  if (LogWanted(thread.logLevel)) LogWait();
-  thread.Lock().Release();
-  const std::int32_t result = waitSet.Wait(timeout);
-  thread.Lock().Acquire();
+  if (LogWanted(thread.logLevel)) LogWait(timeout);
+  const std::int32_t result = [&] {
+    const Unlocked unlocked(thread.Lock());
+    return waitSet.Wait(timeout);
+  }();
   return Follow(result);
 }
 
@@ -136,8 +137,7 @@ void PollScheduler::FollowSession() {
   thread.sessionId = session.SessionId();
 }
 
-void PollScheduler::LogWait() const {
-  const std::uint32_t timeout = waitSet.Timeout();
+void PollScheduler::LogWait(std::uint32_t timeout) const {
   const std::string time = timeout == TxEvent::kNoLimit ? "INFINITE" : FormatDuration(timeout / 1000.0, 3);
   if (waitSet.Next()) {
     Log(kScheduler, thread.logLevel, "%s: Waiting for %s (%s)", thread.name, waitSet.Next()->Name(), time);
@@ -170,12 +170,15 @@ void PollScheduler::RunItem(const PollWaitSet::Turn& turn, std::int32_t result) 
   }
   item->doneEvent.Reset();
   thread.runningItem = item.Get();
-  thread.Lock().Release();
-  TxElapsedTimer taken;
-  taken.Mark(TimerOperation::Start);
-  const bool again = item->Run(turn.timedOut);
-  const double seconds = taken.ElapsedSeconds();
-  thread.Lock().Acquire();
+  double seconds = 0;
+  const bool again = [&] {
+    const Unlocked unlocked(thread.Lock());
+    TxElapsedTimer taken;
+    taken.Mark(TimerOperation::Start);
+    const bool wanted = item->Run(turn.timedOut);
+    seconds = taken.ElapsedSeconds();
+    return wanted;
+  }();
   thread.runningItem = nullptr;
   item->doneEvent.Set();
   if (LogWanted(thread.logLevel)) {

@@ -68,7 +68,7 @@ class PollScheduler {
 
   [[nodiscard]] End Pass();
   void FollowSession();
-  void LogWait() const;
+  void LogWait(std::uint32_t timeout) const;
   [[nodiscard]] End Follow(std::int32_t result);
   void RunItem(const PollWaitSet::Turn& turn, std::int32_t result);
 

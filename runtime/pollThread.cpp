@@ -65,12 +65,15 @@ RCPtr<TxPollThread> TxPollThread::Find(std::uint64_t id) {
   return found != registry.threads.end() ? found->second.Lock() : RCPtr<TxPollThread>();
 }
 
-bool TxPollThread::StartScheduler() try {
-  if (thread.IsRunning()) return true;
-  if (thread.Start(&RunScheduler, const_cast<void*>(ThreadIdPointer(id)), -1, false)) return true;
-  if (thread.IsRunning()) return true;  // Somebody else has started it meanwhile.
-  throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
-} catch (const std::system_error&) {
+bool TxPollThread::StartScheduler() {
+  const auto start = [this] {
+    try {
+      return thread.Start(&RunScheduler, const_cast<void*>(ThreadIdPointer(id)), -1, false);
+    } catch (const std::system_error&) {
+      return false;
+    }
+  };
+  if (thread.IsRunning() || start() || thread.IsRunning()) return true;  // Somebody else may have started it meanwhile.
   Log("TxPollThread::StartScheduler()", 1, "%s: Failed to start scheduler thread", name);
   return false;
 }
@@ -185,9 +188,10 @@ void TxPollThread::WaitLocked(const RCPtr<TxPollItem>& item) {
     std::ranges::copy_if(items, std::back_inserter(held), [&](const auto& each) { return !(each == running); });
   }
   for (const RCPtr<TxPollItem>& each : held) each->disableCount += TxPollItem::kAwaited;
-  Lock().Release();
-  const bool completed = running->doneEvent.Wait(TxEvent::kNoLimit) == 0;
-  Lock().Acquire();
+  const bool completed = [&] {
+    const Unlocked unlocked(Lock());
+    return running->doneEvent.Wait(TxEvent::kNoLimit) == 0;
+  }();
   for (const RCPtr<TxPollItem>& each : held) each->disableCount -= TxPollItem::kAwaited;
   LookAgain();
   LogIfWanted(kWait, logLevel, "%s: %s %s", name, what, completed ? "completed" : "did not complete");

@@ -13,18 +13,6 @@
 namespace runtime {
 namespace {
 
-// Lets go of a lock that is held, for as long as this object exists.
-class Unlocked {
- public:
-  explicit Unlocked(const TxMutex& mutex) : mutex_(mutex) { mutex_.Release(); }
-  ~Unlocked() { mutex_.Acquire(); }
-  Unlocked(const Unlocked&) = delete;
-  Unlocked& operator=(const Unlocked&) = delete;
-
- private:
-  const TxMutex& mutex_;
-};
-
 [[noreturn]] void Throw(std::errc error) { throw std::system_error(std::make_error_code(error)); }
 
 platform::DWORD Enter(void* parameter) {

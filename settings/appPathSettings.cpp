@@ -8,7 +8,6 @@ namespace settings {
 namespace {
 
 using debugLog::TraceViaHelper;
-using platform::DWORD;
 using platform::UniqueNativeKey;
 
 constexpr const char* kAppPathOperation = "CheckAppPathSettings";

@@ -30,7 +30,7 @@ struct NativeRegistryApi {
 
 constinit NativeRegistryApi api{};
 
-// Rules a text of the registry is held to; a longer one counts as unreadable.
+// The longest text, in bytes; a longer value counts as unreadable.
 constexpr DWORD kLongestText = 0xFFFFF;
 // What a query is given beyond the caller's size: room for the header, and for an empty value's smallest answer.
 constexpr std::size_t kSpareBytes = 15;

@@ -16,7 +16,6 @@ namespace settings {
 namespace {
 
 using debugLog::TraceViaHelper;
-using platform::NativeKeyHandle;
 
 constexpr const char* kRulesOperation = "GetUrlRedirectionRules";
 constexpr const char* kVersion = "8.18.0";

@@ -1,6 +1,8 @@
 // Until when a call of this layer waits.
 #pragma once
 
+#include <time.h>
+
 #include <algorithm>
 #include <chrono>
 #include <functional>
@@ -20,6 +22,13 @@ namespace platform {
 #else
   return std::chrono::steady_clock::now();
 #endif
+}
+
+// For calls of the host; no time where it is over.
+[[nodiscard]] inline timespec TimespecOf(std::chrono::nanoseconds time) noexcept {
+  time = std::max(time, std::chrono::nanoseconds::zero());
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+  return {.tv_sec = seconds.count(), .tv_nsec = (time - seconds).count()};
 }
 
 class Deadline {

@@ -3,9 +3,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
+#include <utility>
 
 #include "platform/linux/machine.h"
+#include "platform/linux/registryName.h"
 #include "platform/linux/userName.h"
 
 namespace platform::environment {
@@ -17,16 +18,29 @@ std::string HostName() {
   return name;
 }
 
+// What the host's environment has.
+std::optional<std::u16string> HostValueOf(std::u16string_view name) {
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    const std::string_view text = *entry;
+    const std::size_t equals = text.find('=');
+    if (equals != text.npos && registry::SameName(machine::FromHost(text.substr(0, equals)), name)) {
+      return machine::FromHost(text.substr(equals + 1));
+    }
+  }
+  return std::nullopt;
+}
+
 // What a Windows machine sets for each of its users, with the folders where this machine has them.
-std::optional<std::u16string> MachineValueOf(std::string_view name) {
-  if (name == "COMPUTERNAME") return machine::FromHost(HostName());
-  if (name == "USERNAME") return machine::FromHost(UserName());
-  if (name == "USERPROFILE") return ProfileFolder();
-  if (name == "APPDATA") return ProfileFolder() + u"\\AppData\\Roaming";
-  if (name == "LOCALAPPDATA") return ProfileFolder() + u"\\AppData\\Local";
-  if (name == "PROGRAMDATA") return u"C:\\ProgramData";
-  if (name == "PROGRAMFILES") return u"C:\\Program Files";
-  if (name == "WINDIR") return u"C:\\windows";
+std::optional<std::u16string> MachineValueOf(std::u16string_view name) {
+  const auto is = [name](std::u16string_view variable) { return registry::SameName(name, variable); };
+  if (is(u"COMPUTERNAME")) return machine::FromHost(HostName());
+  if (is(u"USERNAME")) return machine::FromHost(UserName());
+  if (is(u"USERPROFILE")) return ProfileFolder();
+  if (is(u"APPDATA")) return ProfileFolder() + u"\\AppData\\Roaming";
+  if (is(u"LOCALAPPDATA")) return ProfileFolder() + u"\\AppData\\Local";
+  if (is(u"PROGRAMDATA")) return u"C:\\ProgramData";
+  if (is(u"PROGRAMFILES")) return u"C:\\Program Files";
+  if (is(u"WINDIR")) return u"C:\\windows";
   return std::nullopt;
 }
 
@@ -35,12 +49,8 @@ std::optional<std::u16string> MachineValueOf(std::string_view name) {
 std::u16string ProfileFolder() { return u"C:\\users\\" + machine::FromHost(UserName()); }
 
 std::optional<std::u16string> ValueOf(std::u16string_view name) {
-  std::string hostName = machine::ToHost(name);
-  std::ranges::transform(hostName, hostName.begin(), [](char unit) {
-    return unit >= 'a' && unit <= 'z' ? static_cast<char>(unit - 'a' + 'A') : unit;
-  });
-  if (const char* const value = std::getenv(hostName.c_str())) return machine::FromHost(value);
-  return MachineValueOf(hostName);
+  auto value = HostValueOf(name);
+  return value ? std::move(value) : MachineValueOf(name);
 }
 
 std::u16string Expand(std::u16string_view text) {

@@ -7,7 +7,7 @@
 
 namespace platform::environment {
 
-// The value of a variable; names are compared in capitals. Nothing when it is not set.
+// The value of a variable; names compare without case. Nothing when it is not set.
 [[nodiscard]] std::optional<std::u16string> ValueOf(std::u16string_view name);
 
 // The text with each %NAME% replaced that is set; others stay as they are.

@@ -9,6 +9,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/clock.h"
 #include "platform/error.h"
 
 namespace platform {
@@ -31,26 +32,14 @@ struct ThreadsQueue {
 };
 thread_local ThreadsQueue threadsQueue;
 
-DWORD MillisecondsSinceStart() noexcept {
-  timespec time{};
-  clock_gettime(CLOCK_BOOTTIME, &time);
-  return static_cast<DWORD>(time.tv_sec * 1000 + time.tv_nsec / 1'000'000);
-}
-
 MSG MessageOf(HWND window, UINT message, WPARAM wParam, LPARAM lParam) noexcept {
   return {.hwnd = window,
           .message = message,
           .wParam = wParam,
           .lParam = lParam,
-          .time = MillisecondsSinceStart(),
+          .time = GetTickCount(),
           .ptX = 0,
           .ptY = 0};
-}
-
-timespec TimeUntil(Clock::time_point deadline) noexcept {
-  const auto left = std::max(deadline - Clock::now(), Clock::duration::zero());
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-  return {.tv_sec = seconds.count(), .tv_nsec = std::chrono::nanoseconds(left - seconds).count()};
 }
 
 }  // namespace
@@ -70,7 +59,7 @@ void MessageQueue::Post(const MSG& message) {
   {
     const std::lock_guard lock(lock_);
     posted_.push_back(message);
-    posted_.back().time = MillisecondsSinceStart();
+    posted_.back().time = GetTickCount();
   }
   eventfd_write(wake_.get(), 1);
 }
@@ -201,7 +190,7 @@ void MessageQueue::Serve(const Connection& connection, const windowPacket::Reque
 bool MessageQueue::Sleep(const Descriptor* descriptor, std::optional<Clock::time_point> deadline) {
   std::vector<pollfd> set{{.fd = descriptor != nullptr ? descriptor->get() : -1, .events = POLLIN, .revents = 0}};
   AddDescriptors(set);
-  const timespec time = deadline ? TimeUntil(*deadline) : timespec{};
+  const timespec time = deadline ? TimespecOf(*deadline - Clock::now()) : timespec{};
   if (ppoll(set.data(), set.size(), deadline ? &time : nullptr, nullptr) <= 0) return false;
   if (set[1].revents != 0) TakeWake();
   return set[0].revents != 0;

@@ -88,8 +88,8 @@ class PoolObject {
   const std::list<PoolObject*>::iterator inQueue_;
   const std::list<PoolObject*>::iterator inGroup_;
   std::condition_variable finished_;
-  std::atomic<unsigned> pending_{
-      0};  // From and to 0 under the lock alone: with it the object enters or leaves the queue.
+  // From and to 0 under the lock alone: with it the object enters or leaves the queue.
+  std::atomic<unsigned> pending_{0};
   unsigned running_ = 0;
   unsigned associated_ = 0;  // Of the running ones.
   unsigned waiters_ = 0;

@@ -13,6 +13,7 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/events.h"
+#include "platform/linux/fnv1a.h"
 #include "platform/linux/hostError.h"
 #include "platform/linux/machine.h"
 #include "platform/linux/registryKey.h"
@@ -24,24 +25,17 @@ namespace {
 
 constexpr DWORD kFilter = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAST_SET;
 
-// What a watched key looks like, in one number (64-bit FNV-1a); nothing when it is not there.
+// What a watched key looks like, in one number; nothing when it is not there.
 using Digest = std::optional<std::uint64_t>;
 
-class Hasher {
+class Hasher : public Fnv1a {
  public:
-  void Add(const void* data, std::size_t size) noexcept {
-    const auto* bytes = static_cast<const unsigned char*>(data);
-    for (std::size_t i = 0; i < size; ++i) hash_ = (hash_ ^ bytes[i]) * 0x100000001B3;
-  }
+  using Fnv1a::Add;
   void Add(std::uint64_t number) noexcept { Add(&number, sizeof number); }
   void Add(std::u16string_view text) noexcept {
     Add(text.size());
     Add(text.data(), text.size() * sizeof(char16_t));
   }
-  [[nodiscard]] std::uint64_t Get() const noexcept { return hash_; }
-
- private:
-  std::uint64_t hash_ = 0xCBF29CE484222325;
 };
 
 void AddTo(Hasher& hasher, const Key& key, bool withSubtree) {

@@ -2,7 +2,7 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/linux/registryExpand.h"
+#include "platform/linux/environment.h"
 #include "platform/linux/registryKey.h"
 
 namespace platform {
@@ -61,7 +61,7 @@ std::u16string TextOf(const Bytes& data) {
 
 // A text with variables is handed out with their values, as a plain text.
 void Expand(Value& value) {
-  const std::u16string expanded = Expanded(TextOf(value.data));
+  const std::u16string expanded = environment::Expand(TextOf(value.data));
   value.type = REG_SZ;
   value.data.resize(expanded.size() * 2);
   std::memcpy(value.data.data(), expanded.data(), value.data.size());

@@ -121,12 +121,7 @@ class Wait {
     if (leap != nullptr) add(leap->PollDescriptor());
     // Between the look and this list the last one missing has come.
     if (waitAll_ && !handlesMissing && messages_ == nullptr) return;
-    timespec left{};
-    if (!deadline.IsNever()) {
-      const std::chrono::nanoseconds nanoseconds = deadline.Left();
-      const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(nanoseconds);
-      left = {.tv_sec = seconds.count(), .tv_nsec = (nanoseconds - seconds).count()};
-    }
+    const timespec left = deadline.IsNever() ? timespec{} : TimespecOf(deadline.Left());
     // An interrupted sleep is one that ended early: the caller looks again.
     ppoll(set.data(), set.size(), deadline.IsNever() ? nullptr : &left, nullptr);
     if (leap != nullptr) leap->Reset();

@@ -8,6 +8,7 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "platform/linux/fnv1a.h"
 #include "platform/linux/windowClasses.h"
 
 namespace platform {
@@ -24,9 +25,9 @@ std::string Hexadecimal(std::uint64_t number, int digits) {
 }
 
 std::uint64_t HashOf(std::string_view text) {
-  std::uint64_t hash = 0xCBF29CE484222325;  // FNV-1a.
-  for (const char byte : text) hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001B3;
-  return hash;
+  Fnv1a hash;
+  hash.Add(text.data(), text.size());
+  return hash.Get();
 }
 
 // Later calls in one process get higher numbers.

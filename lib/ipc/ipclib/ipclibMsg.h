@@ -22,9 +22,9 @@ class LmIpclibMsg : public std::enable_shared_from_this<LmIpclibMsg> {
  public:
   using OnComplete = std::function<void(LmIpcStatusCode, std::shared_ptr<LmIpclibMsg>)>;
 
-  // Bits of a message's flags. The low half never leaves the process.
-  static constexpr std::uint32_t kCountsAsOutstanding =
-      1;  // A user's send, which its stream counts until it is complete.
+  // A bit of a message's flags, whose low half never leaves the process: a user's send, which its stream counts until
+  // it is complete.
+  static constexpr std::uint32_t kCountsAsOutstanding = 1;
 
   // completionStatus() until sendComplete has run.
   static constexpr LmIpcStatusCode kNotComplete{65535};

@@ -31,8 +31,8 @@ class Sink {
   virtual ~Sink() = default;
 
   // On the thread that traces, on several threads at a time, with no lock of the logger held; often within locks of the
-  // library, so a sink never calls back into it. What the views refer to is
-  // gone when this returns. A NUL stands behind `text`. What it throws is dropped.
+  // library, so a sink never calls back into it. What the views refer to is gone when this returns. A NUL stands behind
+  // `text`. What it throws is dropped.
   virtual void Write(std::int32_t level, const Location& location, std::string_view text) = 0;
 };
 
