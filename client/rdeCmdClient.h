@@ -10,7 +10,6 @@
 // Each session has an endpoint of its own: the first number of its id is the complement of the session's.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 

@@ -1,7 +1,6 @@
 // Asking for the remote client: its command line, composed by the launcher and handed to the resident helper.
 #pragma once
 
-#include <string>
 #include <string_view>
 
 #include "settings/redirectionSettings.h"

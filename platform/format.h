@@ -12,7 +12,6 @@
 
 #include <concepts>
 #include <cstdint>
-#include <initializer_list>
 #include <optional>
 #include <span>
 #include <string>

@@ -6,11 +6,8 @@
 #pragma once
 
 #include <array>
-#include <compare>
 #include <cstddef>
 #include <cstdint>
-#include <string>
-#include <string_view>
 
 namespace platform {
 

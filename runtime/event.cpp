@@ -1,6 +1,7 @@
 #include "runtime/event.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "platform/window.h"
 

@@ -1,5 +1,7 @@
 #include "runtime/logLine.h"
 
+#include <ctime>
+
 #include "platform/clock.h"
 #include "runtime/logCalls.h"
 #include "runtime/textFormat.h"

@@ -1,5 +1,6 @@
 #include "runtime/processUtils.h"
 
+#include <array>
 #include <bit>
 #include <memory>
 

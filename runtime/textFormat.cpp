@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <system_error>
 
 namespace runtime {
 namespace {

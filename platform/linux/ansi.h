@@ -1,7 +1,6 @@
 // The machine's ANSI code page, 1252.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 

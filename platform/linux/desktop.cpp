@@ -1,9 +1,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <new>
+#include <optional>
+#include <string>
 
 #include "platform/error.h"
 #include "platform/linux/descriptor.h"

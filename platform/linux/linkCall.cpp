@@ -1,8 +1,9 @@
 #include "platform/linkCall.h"
 
+#include <array>
 #include <cerrno>
 #include <new>
-#include <string_view>
+#include <optional>
 #include <utility>
 
 #include "platform/linux/faults.h"

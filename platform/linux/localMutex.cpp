@@ -1,4 +1,5 @@
 #include <atomic>
+#include <mutex>
 #include <optional>
 #include <utility>
 

@@ -5,12 +5,12 @@
 #include <time.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <new>
 #include <utility>
 
 #include "platform/clock.h"
 #include "platform/error.h"
+#include "platform/linux/deadline.h"
 
 namespace platform {
 namespace {

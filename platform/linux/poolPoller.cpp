@@ -12,6 +12,8 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <iterator>
+#include <list>
+#include <memory>
 #include <new>
 #include <utility>
 

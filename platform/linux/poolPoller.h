@@ -11,7 +11,6 @@
 #include <array>
 #include <cstdint>
 #include <map>
-#include <memory>
 
 #include "platform/linux/poolWorkers.h"
 #include "platform/linux/waitable.h"

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <limits>
-#include <memory>
 #include <optional>
 #include <utility>
 

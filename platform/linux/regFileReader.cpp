@@ -1,6 +1,7 @@
 #include <charconv>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "platform/linux/regFile.h"
 #include "platform/linux/regFileText.h"

@@ -1,4 +1,7 @@
 #include "platform/linux/regFile.h"
+
+#include <vector>
+
 #include "platform/linux/regFileText.h"
 #include "platform/registry.h"
 

@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <list>
 #include <mutex>
-#include <new>
 #include <optional>
 #include <string>
 #include <system_error>

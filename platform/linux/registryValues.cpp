@@ -1,6 +1,7 @@
 // The Win32 calls that read, write and delete values.
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "platform/linux/environment.h"
 #include "platform/linux/registryKey.h"

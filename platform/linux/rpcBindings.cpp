@@ -1,7 +1,6 @@
 #include "platform/linux/rpcBindings.h"
 
 #include <algorithm>
-#include <array>
 #include <new>
 #include <string>
 #include <string_view>

@@ -4,9 +4,11 @@
 #include <time.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <map>
-#include <new>
+#include <mutex>
 #include <vector>
 
 #include "platform/linux/hostError.h"

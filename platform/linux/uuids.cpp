@@ -5,7 +5,6 @@
 #include <bit>
 #include <charconv>
 #include <cstdio>
-#include <new>
 #include <optional>
 #include <string_view>
 

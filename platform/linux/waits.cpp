@@ -1,7 +1,6 @@
 #include <poll.h>
 #include <time.h>
 
-#include <algorithm>
 #include <array>
 #include <new>
 #include <optional>

@@ -6,7 +6,6 @@
 
 #include <memory>
 #include <optional>
-#include <string>
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/windowSocket.h"

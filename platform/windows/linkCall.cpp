@@ -1,5 +1,7 @@
 #include "platform/linkCall.h"
 
+#include <array>
+
 #include "platform/windows/guardedCall.h"
 #include "platform/windows/linkTables.h"
 

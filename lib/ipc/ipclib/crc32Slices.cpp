@@ -1,3 +1,5 @@
+#include <array>
+#include <span>
 #include <utility>
 
 #include "lib/ipc/ipclib/crc32Methods.h"

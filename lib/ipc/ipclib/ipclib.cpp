@@ -1,7 +1,6 @@
 #include "lib/ipc/ipclib/ipclib.h"
 
 #include <cstring>
-#include <optional>
 #include <utility>
 
 #include "lib/ipc/ipclib/createLink.h"

@@ -1,4 +1,6 @@
 // How a stream takes messages in, delivers them, and sends.
+#include <atomic>
+#include <mutex>
 #include <new>
 #include <span>
 #include <stdexcept>
