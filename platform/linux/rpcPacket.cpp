@@ -4,20 +4,17 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <span>
 #include <utility>
 #include <vector>
+
+#include "platform/linux/descriptorPacket.h"
 
 namespace platform::rpcPacket {
 namespace {
 
 // One more than is ever announced: too many are noticed.
 constexpr std::size_t kRoomForDescriptors = kHandles + 1;
-
-struct alignas(cmsghdr) Control {
-  char bytes[CMSG_SPACE(kRoomForDescriptors * sizeof(int))] = {};
-};
 
 Outcome OutcomeOf(int error) noexcept {
   switch (error) {
@@ -38,19 +35,11 @@ bool MakeRoom(const Descriptor& connection, std::size_t bytes) noexcept {
 }
 
 Outcome Send(const Descriptor& connection, std::span<iovec> parts, std::span<const int> descriptors) noexcept {
-  Control control;
+  DescriptorRoom<kRoomForDescriptors> room;
   msghdr message{};
   message.msg_iov = parts.data();
   message.msg_iovlen = parts.size();
-  if (!descriptors.empty()) {
-    message.msg_control = control.bytes;
-    message.msg_controllen = CMSG_SPACE(descriptors.size_bytes());
-    cmsghdr* const header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = SOL_SOCKET;
-    header->cmsg_type = SCM_RIGHTS;
-    header->cmsg_len = CMSG_LEN(descriptors.size_bytes());
-    std::memcpy(CMSG_DATA(header), descriptors.data(), descriptors.size_bytes());
-  }
+  if (!descriptors.empty()) Attach(descriptors, room, message);
   ssize_t sent = 0;
   do sent = sendmsg(connection.get(), &message, MSG_NOSIGNAL);
   while (sent < 0 && errno == EINTR);
@@ -63,28 +52,15 @@ struct Received {
   std::vector<Descriptor> descriptors;
 };
 
-// Every descriptor that came is owned before anything else is looked at. There is room for them.
-void TakeDescriptors(msghdr& message, std::vector<Descriptor>& taken) {
-  for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr; header = CMSG_NXTHDR(&message, header)) {
-    if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
-    const std::size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-    for (std::size_t at = 0; at < count; ++at) {
-      int descriptor = -1;
-      std::memcpy(&descriptor, CMSG_DATA(header) + at * sizeof descriptor, sizeof descriptor);
-      taken.emplace_back(descriptor);
-    }
-  }
-}
-
 Received Receive(const Descriptor& connection, std::span<iovec> parts) {
   Received received;
   received.descriptors.reserve(kRoomForDescriptors);  // Behind the call there must be nothing that can fail.
-  Control control;
+  DescriptorRoom<kRoomForDescriptors> room;
   msghdr message{};
   message.msg_iov = parts.data();
   message.msg_iovlen = parts.size();
-  message.msg_control = control.bytes;
-  message.msg_controllen = sizeof control.bytes;
+  message.msg_control = room.bytes;
+  message.msg_controllen = sizeof room.bytes;
   ssize_t size = 0;
   do size = recvmsg(connection.get(), &message, MSG_CMSG_CLOEXEC);
   while (size < 0 && errno == EINTR);
@@ -92,7 +68,7 @@ Received Receive(const Descriptor& connection, std::span<iovec> parts) {
     received.outcome = OutcomeOf(errno);
     return received;
   }
-  TakeDescriptors(message, received.descriptors);
+  TakeDescriptors(message, [&](Descriptor descriptor) { received.descriptors.push_back(std::move(descriptor)); });
   const bool whole = (message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) == 0;
   received.size = static_cast<std::size_t>(size);
   received.outcome = !whole ? Outcome::Broken : size == 0 ? Outcome::Gone : Outcome::Done;

@@ -11,6 +11,7 @@
 #include "platform/error.h"
 #include "platform/linux/ansi.h"
 #include "platform/linux/faults.h"
+#include "platform/linux/utf8.h"
 
 namespace platform {
 namespace {
@@ -44,39 +45,14 @@ char32_t TakeUtf8(std::string_view& text) {
   return point;
 }
 
-void PutUtf16(std::u16string& wide, char32_t point) {
-  if (point >= 0x10000) {
-    wide += static_cast<char16_t>(0xD800 + ((point - 0x10000) >> 10));
-    point = 0xDC00 + ((point - 0x10000) & 0x3FF);
-  }
-  wide += static_cast<char16_t>(point);
-}
-
 char32_t TakeUtf16(std::u16string_view& wide) {
   const char16_t unit = wide.front();
   wide.remove_prefix(1);
-  if (unit < 0xD800 || unit > 0xDFFF) return unit;
-  if (unit > 0xDBFF || wide.empty() || wide.front() < 0xDC00 || wide.front() > 0xDFFF) return kReplacement;
-  const char32_t point = 0x10000 + ((unit - 0xD800u) << 10) + (wide.front() - 0xDC00u);
+  if (!utf8::IsHigh(unit) && !utf8::IsLow(unit)) return unit;
+  if (utf8::IsLow(unit) || wide.empty() || !utf8::IsLow(wide.front())) return kReplacement;
+  const char32_t point = utf8::PointOf(unit, wide.front());
   wide.remove_prefix(1);
   return point;
-}
-
-void PutUtf8(std::string& text, char32_t point) {
-  const auto put = [&](char32_t byte) { text += static_cast<char>(byte); };
-  if (point < 0x80) return put(point);
-  if (point < 0x800) {
-    put(0xC0 | point >> 6);
-  } else {
-    if (point < 0x10000) {
-      put(0xE0 | point >> 12);
-    } else {
-      put(0xF0 | point >> 18);
-      put(0x80 | (point >> 12 & 0x3F));
-    }
-    put(0x80 | (point >> 6 & 0x3F));
-  }
-  put(0x80 | (point & 0x3F));
 }
 
 // Whether the text is ASCII, as nearly every text is: then each unit is one byte. Eight bytes at a time.
@@ -148,7 +124,7 @@ int MultiByteToWideChar(CodePage codePage, DWORD flags, const char* text, int le
   std::string_view input = Input(text, length);
   std::u16string result;
   result.reserve(input.size());
-  while (!input.empty()) PutUtf16(result, TakeUtf8(input));
+  while (!input.empty()) utf8::Append(result, TakeUtf8(input));
   return Deliver(result, wide, wideSize);
 } catch (const std::bad_alloc&) {
   return NothingConverted(ERROR_NOT_ENOUGH_MEMORY);
@@ -165,7 +141,7 @@ int WideCharToMultiByte(CodePage codePage, DWORD flags, const char16_t* wide, in
   if (IsAscii(input)) return Deliver(input, text, size);
   std::string result;
   result.reserve(input.size());
-  while (!input.empty()) PutUtf8(result, TakeUtf16(input));
+  while (!input.empty()) utf8::Append(result, TakeUtf16(input));
   return Deliver(result, text, size);
 } catch (const std::bad_alloc&) {
   return NothingConverted(ERROR_NOT_ENOUGH_MEMORY);

@@ -10,32 +10,26 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <span>
+#include <utility>
 
 #include "platform/error.h"
+#include "platform/linux/descriptorPacket.h"
+#include "platform/linux/wholeFile.h"
 #include "platform/linux/windowSocket.h"
 
 namespace platform::windowPacket {
 namespace {
 
 constexpr int kSeals = F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
-// One descriptor is expected. There is room for some more, as the system closes for us only what finds no room at all.
-constexpr std::size_t kDescriptorRoom = 8;
-
-struct alignas(cmsghdr) Control {
-  char bytes[CMSG_SPACE(sizeof(int) * kDescriptorRoom)];
-};
+// One descriptor is expected: too many are noticed.
+constexpr std::size_t kRoomForDescriptors = 8;
 
 // A sealed memory file with that content; nothing, with errno set, on failure.
 Descriptor MemoryFileOf(const void* data, std::size_t size) noexcept {
   Descriptor file(memfd_create("message", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   if (!file) return {};
-  const auto* bytes = static_cast<const BYTE*>(data);
-  for (std::size_t at = 0; at < size;) {
-    const ssize_t written = write(file.get(), bytes + at, size - at);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return {};
-    at += static_cast<std::size_t>(written);
-  }
+  if (!WriteAll(file.get(), {static_cast<const char*>(data), size})) return {};
   if (fcntl(file.get(), F_ADD_SEALS, kSeals) != 0) return {};
   return file;
 }
@@ -57,32 +51,13 @@ bool ReadMemoryFile(const Descriptor& file, BYTE* bytes, std::size_t size) noexc
   return true;
 }
 
-void Attach(const Descriptor& file, Control& control, msghdr& packet) noexcept {
-  packet.msg_control = control.bytes;
-  packet.msg_controllen = CMSG_SPACE(sizeof(int));
-  cmsghdr* entry = CMSG_FIRSTHDR(&packet);
-  entry->cmsg_level = SOL_SOCKET;
-  entry->cmsg_type = SCM_RIGHTS;
-  entry->cmsg_len = CMSG_LEN(sizeof(int));
-  const int value = file.get();
-  std::memcpy(CMSG_DATA(entry), &value, sizeof value);
-}
-
 // The descriptors that came with a packet.
 struct Received {
-  std::array<Descriptor, kDescriptorRoom> descriptors;
+  std::array<Descriptor, kRoomForDescriptors> descriptors;
   std::size_t count = 0;
 
   explicit Received(msghdr& packet) noexcept {
-    for (cmsghdr* entry = CMSG_FIRSTHDR(&packet); entry != nullptr; entry = CMSG_NXTHDR(&packet, entry)) {
-      if (entry->cmsg_level != SOL_SOCKET || entry->cmsg_type != SCM_RIGHTS) continue;
-      const std::size_t inEntry = (entry->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-      for (std::size_t i = 0; i < inEntry; ++i) {
-        int value = -1;
-        std::memcpy(&value, CMSG_DATA(entry) + i * sizeof value, sizeof value);
-        descriptors.at(count++) = Descriptor(value);
-      }
-    }
+    TakeDescriptors(packet, [this](Descriptor descriptor) { descriptors.at(count++) = std::move(descriptor); });
   }
 };
 
@@ -133,7 +108,7 @@ bool Write(const Descriptor& connection, Kind kind, UINT message, WPARAM wParam,
   packet.msg_iov = parts;
   packet.msg_iovlen = 2;
   Descriptor file;
-  Control control{};
+  DescriptorRoom<1> room;
   if (message == WM_COPYDATA) {
     const auto* data = reinterpret_cast<const COPYDATASTRUCT*>(lParam);
     if (data == nullptr) {
@@ -142,7 +117,7 @@ bool Write(const Descriptor& connection, Kind kind, UINT message, WPARAM wParam,
     }
     if (!Load(*data, head, file)) return false;
     if (head.carriage == Carriage::Inline) parts[1] = {data->lpData, data->cbData};
-    if (file) Attach(file, control, packet);
+    if (const int value = file.get(); file) Attach(std::span(&value, 1), room, packet);
   }
   // The first packet of a connection: there is room for it.
   if (sendmsg(connection.get(), &packet, MSG_NOSIGNAL | MSG_DONTWAIT) >= 0) return true;
@@ -154,12 +129,12 @@ Arrival Read(const Descriptor& connection, Request& request) noexcept {
   Head head{};
   BYTE content[kLargestInline];
   iovec parts[2] = {{&head, sizeof head}, {content, sizeof content}};
-  Control control;
+  DescriptorRoom<kRoomForDescriptors> room;
   msghdr packet{};
   packet.msg_iov = parts;
   packet.msg_iovlen = 2;
-  packet.msg_control = control.bytes;
-  packet.msg_controllen = sizeof control.bytes;
+  packet.msg_control = room.bytes;
+  packet.msg_controllen = sizeof room.bytes;
   const ssize_t length = recvmsg(connection.get(), &packet, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
   if (length < 0 && (errno == EAGAIN || errno == EINTR)) return Arrival::NotYet;
   if (length < 0) return Arrival::Broken;

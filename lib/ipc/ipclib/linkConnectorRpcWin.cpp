@@ -1,6 +1,7 @@
 #include "lib/ipc/ipclib/linkConnectorRpcWin.h"
 
 #include <array>
+#include <optional>
 
 #include "lib/ipc/ipclib/guidText.h"
 #include "lib/ipc/ipclib/ipclibLinkSharedMemWin.h"
@@ -84,6 +85,21 @@ struct Brought {
   }
 };
 
+// The call's status; nothing when the link has no pipe by which the service could watch this process.
+std::optional<RPC_STATUS> callByHandles(const Binding& binding, const platform::LinkRequest& request,
+                                        LmIpclibLinkSharedMemWin& link, Brought& brought, platform::LinkReply& reply) {
+  const platform::PipeHandle pipe = link.getReadPipeReference();
+  if (!pipe) return std::nullopt;
+  brought.peer.clear();
+  return platform::ConnectLinkByHandles(binding.handle.get(), request, pipe, reply);
+}
+
+RPC_STATUS callByValues(const Binding& binding, const platform::LinkRequest& request, Brought& brought,
+                        platform::LinkReply& reply) {
+  brought.peer.reset(platform::GetCurrentProcess());  // The value that comes back is closed as one of this process.
+  return platform::ConnectLinkByValues(binding.handle.get(), request, reply);
+}
+
 LmIpcStatusCode failRpc(RPC_STATUS status, unsigned& errorCode) noexcept {
   errorCode = static_cast<unsigned>(status);
   Trace(TraceChannel::Link, "< rpcStatus: {}", status);
@@ -123,33 +139,26 @@ LmIpcStatusCode LmIpclibLinkConnectorRpcWin::connect(const std::shared_ptr<task:
     return end(LmIpcStatusCode::Unexpected);
   }
   Binding binding;
-  RPC_STATUS rpcStatus = bindTo(*stream, endpoint, binding);
-  if (rpcStatus != platform::RPC_S_OK) return failRpc(rpcStatus, errorCode);
+  const RPC_STATUS bound = bindTo(*stream, endpoint, binding);
+  if (bound != platform::RPC_S_OK) return failRpc(bound, errorCode);
 
   Brought brought;
   platform::LinkReply reply;
   reply.connectStatus = static_cast<std::uint32_t>(LmIpcStatusCode::Unexpected);
   const platform::LinkRequest request = requestFor(*stream, link);
-  if (useSystemHandles_) {
-    const platform::PipeHandle pipe = link.getReadPipeReference();
-    if (!pipe) {
-      // It is meant that the binding stays on this path.
-      static_cast<void>(binding.text.release());
-      static_cast<void>(binding.handle.release());
-      return end(LmIpcStatusCode::Unexpected);
-    }
-    brought.peer.clear();
-    rpcStatus = platform::ConnectLinkByHandles(binding.handle.get(), request, pipe, reply);
-  } else {
-    // The value that comes back is closed as one of this process.
-    brought.peer.reset(platform::GetCurrentProcess());
-    rpcStatus = platform::ConnectLinkByValues(binding.handle.get(), request, reply);
+  const std::optional<RPC_STATUS> called = useSystemHandles_ ? callByHandles(binding, request, link, brought, reply)
+                                                             : callByValues(binding, request, brought, reply);
+  if (!called) {
+    // It is meant that the binding stays on this path.
+    static_cast<void>(binding.text.release());
+    static_cast<void>(binding.handle.release());
+    return end(LmIpcStatusCode::Unexpected);
   }
   brought.take(reply);
   binding.text.reset();
   binding.handle.reset();
-  errorCode = static_cast<unsigned>(rpcStatus);
-  if (rpcStatus != platform::RPC_S_OK) return failRpc(rpcStatus, errorCode);
+  errorCode = static_cast<unsigned>(*called);
+  if (*called != platform::RPC_S_OK) return failRpc(*called, errorCode);
 
   const auto connectStatus = LmIpcStatusCode{reply.connectStatus};
   if (connectStatus != LmIpcStatusCode::Success) return end(connectStatus);
