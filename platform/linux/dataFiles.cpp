@@ -35,11 +35,11 @@ struct CloseFolder {
   void operator()(DIR* folder) const { closedir(folder); }
 };
 
-using FolderListing = std::unique_ptr<DIR, CloseFolder>;
+using HostFolder = std::unique_ptr<DIR, CloseFolder>;
 
 class Listing final : public KernelObject {
  public:
-  explicit Listing(FolderListing folder) noexcept : folder_(std::move(folder)) {}
+  explicit Listing(HostFolder folder) noexcept : folder_(std::move(folder)) {}
   [[nodiscard]] const char* KindName() const noexcept override { return "Find"; }
 
   // False, with the last error set, behind the last entry.
@@ -59,7 +59,7 @@ class Listing final : public KernelObject {
   }
 
  private:
-  FolderListing folder_;
+  HostFolder folder_;
 };
 
 // On the disk, or of what the user, or a file, may take of it.
@@ -137,7 +137,7 @@ FindHandle FindFirstFileW(const char16_t* pattern, WIN32_FIND_DATAW* data) noexc
   }
   const auto hostPath = machine::HostPath(text.substr(0, text.size() - 1));
   if (!hostPath) return {};
-  FolderListing folder(opendir(hostPath->c_str()));
+  HostFolder folder(opendir(hostPath->c_str()));
   if (!folder) {
     SetLastError(errno == ENOENT || errno == ENOTDIR ? ERROR_PATH_NOT_FOUND : ErrorFromHost(errno));
     return {};

@@ -427,6 +427,14 @@ TEST_F(RegistryGetValue, PutsInTheVariablesOfAnExpandableText) {
   EXPECT_EQ(type, REG_SZ);
 }
 
+TEST_F(RegistryGetValue, PutsInTheVariablesThatEveryMachineHas) {
+  ASSERT_EQ(SetData(key_.get(), u"v", REG_EXPAND_SZ, BytesOf({u"%ProgramData%\\x", 16})), 0);
+  char16_t text[80] = {};
+  DWORD size = sizeof text;
+  EXPECT_EQ(RegGetValueW(key_.get(), nullptr, u"v", RRF_RT_REG_SZ, nullptr, text, &size), 0);
+  EXPECT_EQ(std::u16string(text), u"C:\\ProgramData\\x");
+}
+
 // ---- Access ----
 
 TEST_F(RegistryAccess, ReadingTakesTheRightToRead) {
